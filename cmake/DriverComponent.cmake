@@ -1,0 +1,41 @@
+# The driver is built from one object library per subsystem. The same objects
+# make the shared library a host loads and a static library the tests link,
+# so tests reach the internal functions of exactly the code that ships.
+
+set(LOGO_DRIVER_COMPONENTS "" CACHE INTERNAL "")
+
+function(logo_driver_component name)
+  add_library(${name} OBJECT ${ARGN})
+  set_target_properties(${name} PROPERTIES
+    CXX_STANDARD 11
+    CXX_STANDARD_REQUIRED ON
+    CXX_EXTENSIONS OFF
+    POSITION_INDEPENDENT_CODE ON
+    CXX_VISIBILITY_PRESET hidden
+    VISIBILITY_INLINES_HIDDEN ON)
+  target_include_directories(${name} PUBLIC ${PROJECT_SOURCE_DIR} ${PROJECT_SOURCE_DIR}/include)
+  target_compile_definitions(${name} PUBLIC LOGO_BUILDING_DRIVER QT_NO_KEYWORDS)
+  target_compile_options(${name} PRIVATE -Wall -Wextra -Werror)
+  target_link_libraries(${name} PUBLIC Qt5::Core)
+  set(LOGO_DRIVER_COMPONENTS ${LOGO_DRIVER_COMPONENTS} ${name} CACHE INTERNAL "")
+endfunction()
+
+function(logo_driver_library)
+  set(objects "")
+  foreach(component ${LOGO_DRIVER_COMPONENTS})
+    list(APPEND objects $<TARGET_OBJECTS:${component}>)
+  endforeach()
+
+  # The file a host loads. Only the interface marked LOGO_EXPORT is visible.
+  add_library(logo_modbus_tcp SHARED ${objects})
+  target_link_libraries(logo_modbus_tcp PRIVATE Qt5::Core)
+  target_link_options(logo_modbus_tcp PRIVATE -Wl,--no-undefined -Wl,--exclude-libs,ALL)
+  set_target_properties(logo_modbus_tcp PROPERTIES
+    LIBRARY_OUTPUT_DIRECTORY ${PROJECT_BINARY_DIR}
+    CXX_VISIBILITY_PRESET hidden)
+
+  # The same code for in-process tests and benchmarks.
+  add_library(logo_driver_static STATIC ${objects})
+  target_include_directories(logo_driver_static PUBLIC ${PROJECT_SOURCE_DIR} ${PROJECT_SOURCE_DIR}/include)
+  target_link_libraries(logo_driver_static PUBLIC Qt5::Core)
+endfunction()

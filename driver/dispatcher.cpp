@@ -1,0 +1,211 @@
+// DataCom: judging the reply to the frame in flight and completing its entry.
+#include "driver/dispatcher.h"
+
+#include <climits>
+
+#include "driver/modbus_rtu_master.h"
+#include "image/reply_store.h"
+
+namespace {
+
+enum RequestKind { NEITHER = 0, READ = 1, WRITE = 2 };
+
+// Counters of the host's record that a long-running panel or a wild value
+// must not overflow.
+void countUp(int* counter)
+{
+    if (*counter < INT_MAX)
+        ++*counter;
+}
+
+const Protocol& inFlight() { return PLC_driver.frameQueue.first(); }
+
+// The single length check shared by both areas: kinds are (ok, neither read
+// nor write, no reply, wrong length) offset by 0 locally, 4 remotely.
+int judgeReply(QByteArray* reply, int length, bool local)
+{
+    const int offset = local ? KIND_LOCAL_OK : KIND_REMOTE_OK;
+    const int expected = inFlight().replyLength;
+    if (length == 0 && expected != 0)
+        return GetDriverReturnValue(offset + KIND_LOCAL_NO_REPLY);
+    if (length != expected && expected != -1)
+        return GetDriverReturnValue(offset + KIND_LOCAL_BAD_LENGTH);
+    const int kind = CheckGetData(reply, length);
+    if (kind == NEITHER)
+        return GetDriverReturnValue(offset + KIND_LOCAL_BAD_KIND);
+    if (kind == READ && local) {
+        QMutexLocker lock(&PLC_driver.imageMutex);
+        SaveToLocalDataErea(reply);
+    }
+    return GetDriverReturnValue(offset);
+}
+
+bool sameRequest(const RW_VAR& a, int sourceType, int sourceId)
+{
+    return a.sourceType == sourceType && a.sourceId == sourceId;
+}
+
+void notifyOnceRead(const RW_VAR& head)
+{
+    Modbus_RTU_Master& d = PLC_driver;
+    if (d.readDoneCallback == 0)
+        return;
+    const intptr_t context = d.comInfo->hostContext;
+    if (d.commFailed != 0) {
+        d.readDoneCallback(context, head.sourceType, head.sourceId, 2);
+        return;
+    }
+    for (int i = 1; i < d.onceReadList.size(); ++i)
+        if (sameRequest(d.onceReadList.at(i), head.sourceType, head.sourceId))
+            return;  // other pieces of the request are still waiting
+    d.readDoneCallback(context, head.sourceType, head.sourceId, 1);
+}
+
+// Copies the entry the frame came from into the result and retires it:
+// writes and one-shot reads leave their list, a cyclic entry goes to the back.
+void completeEntry(bool local)
+{
+    Modbus_RTU_Master& d = PLC_driver;
+    switch (d.currentList) {
+    case LIST_WRITE:
+        if (!d.writeList.isEmpty()) {
+            passRetValue(&d.writeList.first(), &d.result);
+            d.writeList.removeFirst();
+        }
+        break;
+    case LIST_ONCE:
+        if (!d.onceReadList.isEmpty()) {
+            if (local)
+                notifyOnceRead(d.onceReadList.first());
+            passRetValue(&d.onceReadList.first(), &d.result);
+            d.onceReadList.removeFirst();
+        }
+        break;
+    case LIST_CYCLIC:
+        if (!d.readList.isEmpty()) {
+            passRetValue(&d.readList.first(), &d.result);
+            if (d.frameQueue.isEmpty())
+                d.readList.move(0, d.readList.size() - 1);
+        }
+        break;
+    default:
+        break;
+    }
+}
+
+template <typename Matches>
+void removeAll(QList<RW_VAR>& list, Matches matches)
+{
+    QList<RW_VAR> kept;
+    for (int i = 0; i < list.size(); ++i)
+        if (!matches(list.at(i)))
+            kept.append(list.at(i));
+    list = kept;
+}
+
+// After a give-up: tell the host, then drop what belonged to the failed
+// request (and, on one controller, every pending write, which would only
+// meet the same dead link).
+void abandonRequest()
+{
+    Modbus_RTU_Master& d = PLC_driver;
+    const int sourceType = d.result.sourceType;
+    const int sourceId = d.result.sourceId;
+    const int station = d.result.station;
+    if (d.failCallback != 0) {
+        QList<RW_VAR> failed;
+        d.failCallback(&failed, sourceType, 1);
+    }
+    if (d.comInfo->multiStation == 0) {
+        removeAll(d.onceReadList, [&](const RW_VAR& v) { return sameRequest(v, sourceType, sourceId); });
+        d.writeList.clear();
+    } else {
+        removeAll(d.onceReadList,
+                  [&](const RW_VAR& v) { return v.station == station && sameRequest(v, sourceType, sourceId); });
+        removeAll(d.writeList, [&](const RW_VAR& v) { return v.station == station; });
+    }
+}
+
+RW_VAR* finish(int code)
+{
+    PLC_driver.result.returnCode = code;
+    return &PLC_driver.result;
+}
+
+RW_VAR* goodReply(int code, bool local)
+{
+    Modbus_RTU_Master& d = PLC_driver;
+    ComInfo* info = d.comInfo;
+    d.commFailed = 0;
+    d.frameQueue.removeFirst();
+    countUp(&info->framesAnswered);
+
+    QMutexLocker lock(&d.listMutex);
+    // The entry is completed even while no cyclic variables are registered:
+    // otherwise a write or one-shot read answered then would stay at the
+    // head of its list and be sent again for ever.
+    if (info->framesAnswered < info->framesPerRequest)
+        return finish(code);
+    // A list of n entries needs n + 1 good local replies for a full pass.
+    if (info->scanDone == 0 && local && ++d.scanPosition > d.readList.size()) {
+        d.scanPosition = 0;
+        info->scanDone = 1;
+    }
+    completeEntry(local);
+    return finish(code);
+}
+
+RW_VAR* failedReply(int code, bool local)
+{
+    Modbus_RTU_Master& d = PLC_driver;
+    ComInfo* info = d.comInfo;
+    QMutexLocker lock(&d.listMutex);
+    d.scanPosition = 0;
+    countUp(&info->retryCount);
+    d.commFailed = 1;
+    info->scanDone = 0;
+    // Failures count towards the limit across good replies: only a give-up
+    // resets the count.
+    if (info->retryCount <= info->retryLimit)
+        return finish(RC_RETRYING);
+    info->retryCount = 0;
+    d.frameQueue.clear();
+    completeEntry(local);
+    abandonRequest();
+    return finish(code);
+}
+
+}  // namespace
+
+int CheckGetData(QByteArray*, int)
+{
+    switch (inFlight().var.rwType) {
+    case 0: return READ;
+    case 1: return WRITE;
+    default: return NEITHER;
+    }
+}
+
+int DealDataOfLocalArea(QByteArray* reply, int length) { return judgeReply(reply, length, true); }
+
+int DealDataOfRemoteArea(QByteArray* reply, int length) { return judgeReply(reply, length, false); }
+
+RW_VAR* DataCom(QByteArray* reply, int length)
+{
+    Modbus_RTU_Master& d = PLC_driver;
+    if (d.frameQueue.isEmpty()) {
+        QMutexLocker lock(&d.listMutex);
+        return finish(RC_LOCAL_OK);
+    }
+    // A missing reply buffer is a reply with nothing in it.
+    QByteArray none;
+    if (reply == 0) {
+        reply = &none;
+        length = 0;
+    }
+    const bool local = inFlight().var.linkId == d.comInfo->localLinkId;
+    const int code = local ? DealDataOfLocalArea(reply, length) : DealDataOfRemoteArea(reply, length);
+    if (code == RC_LOCAL_OK || code == RC_REMOTE_OK)
+        return goodReply(code, local);
+    return failedReply(code, local);
+}

@@ -1,0 +1,28 @@
+#include "driver/modbus_rtu_master.h"
+
+#include <string.h>
+
+// A global with a constructor: the library's static initialiser builds it
+// at load and registers its destruction for unload.
+Modbus_RTU_Master PLC_driver;
+
+void* LB = 0;
+void* LW = 0;
+void* RWI = 0;
+
+Modbus_RTU_Master::Modbus_RTU_Master()
+    : comInfo(0),
+      readDoneCallback(0),
+      failCallback(0),
+      result(RW_VAR()),
+      currentList(LIST_NONE_YET),
+      writeBurst(0),
+      onceBurst(0),
+      scanPosition(0),
+      commFailed(0)
+{
+    memset(bitImage, 0, sizeof bitImage);
+    memset(wordImage, 0, sizeof wordImage);
+}
+
+Modbus_RTU_Master::~Modbus_RTU_Master() {}

@@ -1,0 +1,74 @@
+#include "image/reply_store.h"
+
+#include "driver/modbus_rtu_master.h"
+#include "image/bounds.h"
+#include "modbus/areas.h"
+#include "image/station_image.h"
+
+namespace {
+
+const Protocol& inFlight() { return PLC_driver.frameQueue.first(); }
+
+unsigned char replyByte(const QByteArray* reply, int i) { return static_cast<unsigned char>(reply->at(i)); }
+
+// Bits and words of a block that exist in the image: a block running past
+// the end is cut there.
+int elementsToStore(const Protocol& p, int bytesPerElement)
+{
+    return clipToArea(p.var.address, p.dataLength / bytesPerElement);
+}
+
+void savePerStation(QByteArray* reply)
+{
+    const Protocol& p = inFlight();
+    const int h = p.replyHeaderLength;
+    QList<EXTENDVAR>& entries = PLC_driver.extendVars;
+    const int bytesPerElement = isBitArea(p.var.area) ? 1 : 2;
+    const int n = elementsToStore(p, bytesPerElement);
+    for (int k = 0; k < n; ++k) {
+        EXTENDVAR& entry = entries[ExtendFindSameVar(p.var.station, p.var.area, p.var.address + k)];
+        // A missing byte empties the entry: the element has no valid data
+        // (a read of it yields 0) rather than a stale value.
+        entry.value.clear();
+        const int first = h + bytesPerElement * k;
+        if (bytesPerElement == 1 && reply->size() > first) {
+            entry.value.append(static_cast<char>(replyByte(reply, first) & 1));
+        } else if (bytesPerElement == 2 && reply->size() > first + 1) {
+            entry.value.append(static_cast<char>(replyByte(reply, first + 1)));
+            entry.value.append(static_cast<char>(replyByte(reply, first)));
+        }
+    }
+}
+
+}  // namespace
+
+void SaveBitToUC(QByteArray* reply, unsigned char* bits)
+{
+    const Protocol& p = inFlight();
+    const int n = elementsToStore(p, 1);
+    for (int k = 0; k < n && p.replyHeaderLength + k < reply->size(); ++k)
+        bits[p.var.address + k] = replyByte(reply, p.replyHeaderLength + k);
+}
+
+void SaveWordToUS(QByteArray* reply, unsigned short* words)
+{
+    const Protocol& p = inFlight();
+    const int h = p.replyHeaderLength;
+    const int n = elementsToStore(p, 2);
+    for (int k = 0; k < n && h + 2 * k + 1 < reply->size(); ++k)
+        words[p.var.address + k] = static_cast<unsigned short>((replyByte(reply, h + 2 * k) << 8) | replyByte(reply, h + 2 * k + 1));
+}
+
+void SaveToLocalDataErea(QByteArray* reply)
+{
+    Modbus_RTU_Master& d = PLC_driver;
+    const int area = inFlight().var.area;
+    if (!isArea(area))
+        return;
+    if (d.comInfo->multiStation != 0)
+        savePerStation(reply);
+    else if (isBitArea(area))
+        SaveBitToUC(reply, d.bitImage[area]);
+    else
+        SaveWordToUS(reply, d.wordImage[area - AREA_AI]);
+}

@@ -1,0 +1,14 @@
+// The per-station image and the copying of written values into either image form.
+#ifndef LOGO_IMAGE_STATION_IMAGE_H
+#define LOGO_IMAGE_STATION_IMAGE_H
+
+#include "logo_modbus_tcp.h"
+
+// Index of the entry (station, area, address) in extendVars, created with
+// two zero bytes when missing. Caller holds imageMutex.
+int ExtendFindSameVar(int station, int area, int address);
+
+// Copies a write record's value into the active image form; takes imageMutex.
+void WriteDataToLocal(const RW_VAR* var);
+
+#endif  // LOGO_IMAGE_STATION_IMAGE_H

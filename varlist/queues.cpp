@@ -1,0 +1,87 @@
+// The write queue and the one-shot read queue.
+#include "driver/modbus_rtu_master.h"
+#include "image/bounds.h"
+#include "modbus/areas.h"
+#include "varlist/address_text.h"
+#include "varlist/pieces.h"
+
+namespace {
+
+enum { UNCONDITIONAL = 1, QUEUE_CAPACITY = 1024 };
+
+bool sameTarget(const RW_VAR& a, const RW_VAR& b)
+{
+    return a.station == b.station && a.area == b.area && a.address == b.address && a.count == b.count;
+}
+
+bool sameRead(const RW_VAR& a, const RW_VAR& b)
+{
+    return a.sourceType == b.sourceType && a.sourceId == b.sourceId && sameTarget(a, b);
+}
+
+}  // namespace
+
+int AddListWriteVar(RW_VAR* var, int flag)
+{
+    Modbus_RTU_Master& d = PLC_driver;
+    QMutexLocker lock(&d.listMutex);
+    QList<RW_VAR>& writes = d.writeList;
+    if (flag == UNCONDITIONAL || writes.size() < 2) {
+        writes.append(*var);
+        return writes.size();
+    }
+    // The head may be on its way already: a newer value for its target goes
+    // behind it. Among the waiting writes the newest value wins, at the
+    // place of the oldest.
+    for (int i = 1; i < writes.size(); ++i) {
+        if (sameTarget(writes.at(i), *var)) {
+            writes[i] = *var;
+            return writes.size();
+        }
+    }
+    if (writes.size() < QUEUE_CAPACITY)
+        writes.append(*var);
+    return writes.size();
+}
+
+int AddListOnceReadVar(RW_VAR* var, int flag)
+{
+    Modbus_RTU_Master& d = PLC_driver;
+    if (flag == UNCONDITIONAL) {
+        QMutexLocker lock(&d.listMutex);
+        d.onceReadList.append(*var);
+        return d.onceReadList.size();
+    }
+    const int address = StringAddressToInt(var->area, var->addressText);
+    if (address < 0)
+        return 0;
+    // No read builder serves an area outside 0 to 7: such a record is
+    // refused like an invalid address, instead of queuing entries that
+    // would hold every read behind them.
+    if (!isArea(var->area))
+        return 0;
+    const ComInfo* info = d.comInfo;
+    var->param1 = 0;
+    var->param2 = 0;
+    if (info->multiStation == 0)
+        var->station = info->defaultStation;
+    var->address = address;
+    const int maxLen = isBitArea(var->area) ? 1 : blockLength(info);
+    // Elements past the area's end are not requested; a negative count asks
+    // for nothing, in every area.
+    const int elements = clipToArea(address, var->count);
+
+    QMutexLocker lock(&d.listMutex);
+    QList<RW_VAR>& reads = d.onceReadList;
+    cutIntoPieces(address, elements, maxLen, [&](int pieceAddress, int pieceCount) {
+        var->address = pieceAddress;
+        var->count = pieceCount;
+        if (reads.size() >= QUEUE_CAPACITY)
+            return;  // a full list takes no piece, duplicate or not
+        for (int i = 0; i < reads.size(); ++i)
+            if (sameRead(reads.at(i), *var))
+                return;
+        reads.append(*var);
+    });
+    return reads.size();
+}
