@@ -1,0 +1,31 @@
+#!/usr/bin/env bash
+# Installs what the build needs and is missing, with apt-get.
+#   scripts/install-deps.sh run    compiler, CMake, Qt 5 core, libmodbus
+#   scripts/install-deps.sh test   the above plus GoogleTest, Google Benchmark,
+#                                  valgrind and clang (sanitizers, libFuzzer)
+set -euo pipefail
+
+run_packages=(g++ make cmake pkg-config binutils qtbase5-dev libmodbus-dev)
+test_packages=(libgtest-dev libbenchmark-dev valgrind clang libclang-rt-14-dev)
+
+case "${1:-run}" in
+  run) wanted=("${run_packages[@]}") ;;
+  test) wanted=("${run_packages[@]}" "${test_packages[@]}") ;;
+  *) echo "install-deps.sh: unknown set '$1' (expected run or test)" >&2; exit 2 ;;
+esac
+
+missing=()
+for package in "${wanted[@]}"; do
+  dpkg-query -W -f='${Status}' "$package" 2>/dev/null | grep -q "install ok installed" || missing+=("$package")
+done
+[ ${#missing[@]} -eq 0 ] && exit 0
+
+sudo=""
+if [ "$(id -u)" -ne 0 ]; then
+  command -v sudo >/dev/null || { echo "install-deps.sh: need root or sudo to install: ${missing[*]}" >&2; exit 1; }
+  sudo=sudo
+fi
+echo "Installing missing packages: ${missing[*]}"
+# One index can fail while a mirror syncs; only a failed install counts.
+$sudo apt-get update -qq || echo "apt-get update reported a problem; installing anyway" >&2
+DEBIAN_FRONTEND=noninteractive $sudo apt-get install -y -qq --no-install-recommends "${missing[@]}" >/dev/null

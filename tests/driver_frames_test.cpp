@@ -1,0 +1,136 @@
+// Whole frames and reply bookkeeping of every builder, in both frame modes.
+#include "driver_fixture.h"
+#include "modbus/areas.h"
+#include "modbus/read_requests.h"
+#include "modbus/write_requests.h"
+#include "remotemode/remote_frames.h"
+
+namespace {
+
+enum Builder { READ, WRITE, REMOTE_READ, REMOTE_WRITE };
+
+struct FrameCase {
+    const char* name;
+    Builder builder;
+    int area, address, count, station;
+    const char* value;
+    const char* frame;  // empty: no frame may be queued
+    int replyLength, dataLength;
+};
+
+const FrameCase kFrames[] = {
+    {"ReadQ1", READ, AREA_Q, 1, 1, 1, "", "00 00 00 00 00 06 01 01 20 00 00 01", 10, 1},
+    {"ReadI1Station2", READ, AREA_I, 1, 1, 2, "", "00 00 00 00 00 06 02 02 00 00 00 01", 10, 1},
+    {"ReadM1", READ, AREA_M, 1, 1, 1, "", "00 00 00 00 00 06 01 01 20 40 00 01", 10, 1},
+    {"ReadV1_5", READ, AREA_V, 13, 1, 1, "", "00 00 00 00 00 06 01 01 00 0D 00 01", 10, 1},
+    {"ReadAI1x8", READ, AREA_AI, 1, 8, 1, "", "00 00 00 00 00 06 01 04 00 00 00 08", 25, 16},
+    {"ReadAQ1x2", READ, AREA_AQ, 1, 2, 1, "", "00 00 00 00 00 06 01 03 02 00 00 02", 13, 4},
+    {"ReadAM1", READ, AREA_AM, 1, 1, 1, "", "00 00 00 00 00 06 01 03 02 10 00 01", 11, 2},
+    {"ReadVW0Station3", READ, AREA_VW, 0, 2, 3, "", "00 00 00 00 00 06 03 03 00 00 00 02", 13, 4},
+    {"ReadCount0", READ, AREA_VW, 0, 0, 1, "", "00 00 00 00 00 06 01 03 00 00 00 00", 9, 0},
+    {"ReadCount300", READ, AREA_VW, 0, 300, 1, "", "00 00 00 00 00 06 01 03 00 00 01 2C", 609, 600},
+    {"ReadStation257", READ, AREA_VW, 0, 1, 257, "", "00 00 00 00 00 06 01 03 00 00 00 01", 11, 2},
+    {"ReadAreaI0WrapsAddress", READ, AREA_I, 0, 1, 1, "", "00 00 00 00 00 06 01 02 FF FF 00 01", 10, 1},
+    {"ReadArea8NoFrame", READ, 8, 1, 1, 1, "", "", 0, 0},
+    {"ReadAreaMinus1NoFrame", READ, -1, 1, 1, 1, "", "", 0, 0},
+    {"ReadNegativeCountNoFrame", READ, AREA_VW, 0, -1, 1, "", "", 0, 0},
+    {"WriteQ1On", WRITE, AREA_Q, 1, 1, 1, "01", "00 00 00 00 00 06 01 05 20 00 FF 00", 12, 0},
+    {"WriteM3On", WRITE, AREA_M, 3, 1, 1, "01", "00 00 00 00 00 06 01 05 20 42 FF 00", 12, 0},
+    {"WriteCoilByte2IsOff", WRITE, AREA_M, 3, 1, 1, "02", "00 00 00 00 00 06 01 05 20 42 00 00", 12, 0},
+    {"WriteCoilEmptyIsOff", WRITE, AREA_Q, 1, 1, 1, "", "00 00 00 00 00 06 01 05 20 00 00 00", 12, 0},
+    {"WriteCoilCount3OneCoil", WRITE, AREA_V, 8, 3, 1, "01 01 01", "00 00 00 00 00 06 01 05 00 08 FF 00", 12, 0},
+    {"WriteAM3", WRITE, AREA_AM, 3, 1, 1, "E8 03", "00 00 00 00 00 06 01 06 02 12 03 E8", 12, 0},
+    {"WriteAQ2UsesTwoBytes", WRITE, AREA_AQ, 2, 1, 1, "10 27 99 99", "00 00 00 00 00 06 01 06 02 01 27 10", 12, 0},
+    {"WriteSingleShortValueIsZero", WRITE, AREA_VW, 4, 1, 1, "7F", "00 00 00 00 00 06 01 06 00 04 00 00", 12, 0},
+    {"WriteVW10x2", WRITE, AREA_VW, 10, 2, 1, "34 12 78 56", "00 00 00 00 00 0B 01 10 00 0A 00 02 04 12 34 56 78", 12, 0},
+    {"WriteVW0x3", WRITE, AREA_VW, 0, 3, 1, "01 00 02 00 03 00",
+     "00 00 00 00 00 0D 01 10 00 00 00 03 06 00 01 00 02 00 03", 12, 0},
+    {"WriteMissingRegistersAreZero", WRITE, AREA_VW, 0, 3, 1, "01 00 02",
+     "00 00 00 00 00 0D 01 10 00 00 00 03 06 00 01 00 00 00 00", 12, 0},
+    {"WriteCount0", WRITE, AREA_VW, 7, 0, 1, "", "00 00 00 00 00 07 01 00 00 07 00 00 00", 12, 0},
+    {"WriteInputNoFrame", WRITE, AREA_I, 1, 1, 1, "01", "", 0, 0},
+    {"WriteAINoFrame", WRITE, AREA_AI, 1, 1, 1, "01 00", "", 0, 0},
+    {"WriteNegativeCountNoFrame", WRITE, AREA_VW, 1, -7, 1, "", "", 0, 0},
+    {"RemoteReadVW300", REMOTE_READ, AREA_VW, 300, 2, 1, "",
+     "16 00 00 05 01 00 07 00 00 01 2C 00 02 00 00 00 00 00 00 00 00 52", 13, 4},
+    {"RemoteReadBits", REMOTE_READ, AREA_M, 1, 3, 1, "",
+     "16 00 00 05 01 00 02 00 00 00 01 00 03 00 00 00 00 00 00 00 00 22", 12, 3},
+    {"RemoteReadStation300", REMOTE_READ, AREA_Q, 1, 1, 300, "",
+     "16 00 00 05 2C 00 01 00 00 00 01 00 01 00 00 00 00 00 00 00 00 4A", 10, 1},
+    {"RemoteReadArea9NoFrame", REMOTE_READ, 9, 1, 1, 1, "", "", 0, 0},
+    {"RemoteWriteVW300", REMOTE_WRITE, AREA_VW, 300, 1, 1, "34 12",
+     "18 00 01 05 01 00 07 00 00 01 2C 00 01 00 00 00 00 00 00 00 00 34 12 9A", 12, 0},
+    {"RemoteWriteEmptyValue", REMOTE_WRITE, AREA_VW, 300, 1, 1, "",
+     "16 00 01 05 01 00 07 00 00 01 2C 00 01 00 00 00 00 00 00 00 00 52", 12, 0},
+};
+
+class FrameTest : public DriverTest, public ::testing::WithParamInterface<FrameCase> {};
+
+TEST_P(FrameTest, QueuesWholeFrameWithBookkeeping)
+{
+    const FrameCase& c = GetParam();
+    RW_VAR var = record(c.area, c.address, c.count, c.station);
+    var.rwType = (c.builder == WRITE || c.builder == REMOTE_WRITE) ? 1 : 0;
+    var.value = hexBytes(c.value);
+    var.auxText = QStringLiteral("aux");
+    info.framesAnswered = 9;
+    info.framesPerRequest = 9;
+    void (*const builders[])(RW_VAR*) = {ReadRegister, WriteRegister, Remote_ReadVar, Remote_WriteVar};
+    builders[c.builder](&var);
+    var.value = QByteArray("changed afterwards");
+
+    const QByteArray expected = hexBytes(c.frame);
+    if (expected.isEmpty()) {
+        EXPECT_TRUE(PLC_driver.frameQueue.isEmpty());
+        EXPECT_EQ(9, info.framesPerRequest);
+        return;
+    }
+    ASSERT_EQ(1, PLC_driver.frameQueue.size());
+    const Protocol& p = PLC_driver.frameQueue.first();
+    EXPECT_EQ(hexText(expected), hexText(p.frame));
+    EXPECT_EQ(expected.size(), p.frameLength);
+    EXPECT_EQ(c.replyLength, p.replyLength);
+    EXPECT_EQ(c.dataLength, p.dataLength);
+    EXPECT_EQ(var.rwType == 0 ? 9 : 0, p.replyHeaderLength);
+    EXPECT_EQ(hexText(hexBytes(c.value)), hexText(p.var.value)) << "the queued record keeps its own copy";
+    EXPECT_EQ(QStringLiteral("aux"), p.var.auxText);
+    EXPECT_EQ(0, info.framesAnswered);
+    EXPECT_EQ(1, info.framesPerRequest);
+}
+
+INSTANTIATE_TEST_SUITE_P(AllAreasBothModes, FrameTest, ::testing::ValuesIn(kFrames),
+                         [](const ::testing::TestParamInfo<FrameCase>& info) { return std::string(info.param.name); });
+
+TEST(ModbusAddress, MapsEveryAreaOntoItsTable)
+{
+    const struct { int area, address, modbus; } cases[] = {
+        {AREA_I, 1, 0},   {AREA_Q, 1, 8192},  {AREA_M, 1, 8256}, {AREA_V, 13, 13}, {AREA_AI, 1, 0},
+        {AREA_AQ, 1, 512}, {AREA_AM, 1, 528}, {AREA_VW, 5, 5},   {8, 5, 0},        {-1, 5, 0},
+        {AREA_I, 0, -1},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(testing::Message() << "area " << c.area << " address " << c.address);
+        EXPECT_EQ(c.modbus, get_add(c.area, c.address));
+    }
+}
+
+TEST_F(DriverTest, WriteMirrorsIntoImageOnlyWhileLinkWorks)
+{
+    RW_VAR var = record(AREA_VW, 4, 1);
+    var.rwType = 1;
+    var.value = hexBytes("34 12");
+    WriteRegister(&var);
+    EXPECT_EQ(0x1234, PLC_driver.wordImage[3][4]);
+
+    PLC_driver.commFailed = 1;
+    var.value = hexBytes("78 56");
+    WriteRegister(&var);
+    EXPECT_EQ(2, PLC_driver.frameQueue.size()) << "the frame still goes out";
+    EXPECT_EQ(0x1234, PLC_driver.wordImage[3][4]) << "the image keeps its old value";
+
+    // The remote-mode builder mirrors whatever the link says.
+    Remote_WriteVar(&var);
+    EXPECT_EQ(0x5678, PLC_driver.wordImage[3][4]);
+}
+
+}  // namespace
