@@ -6,7 +6,7 @@
 set -euo pipefail
 
 run_packages=(g++ make cmake pkg-config binutils qtbase5-dev libmodbus-dev)
-test_packages=(libgtest-dev libbenchmark-dev valgrind clang libclang-rt-14-dev)
+test_packages=(libgtest-dev libbenchmark-dev valgrind clang libclang-rt-14-dev g++-multilib)
 
 case "${1:-run}" in
   run) wanted=("${run_packages[@]}") ;;
