@@ -35,7 +35,7 @@ void bubbleSort(QList<RW_VAR>* list)
     for (int i = 0; i + 1 < list->size(); ++i)
         for (int j = list->size() - 1; j > i; --j)
             if (list->at(j).address < list->at(j - 1).address)
-                list->swap(j, j - 1);
+                std::swap((*list)[j], (*list)[j - 1]);
 }
 
 void bits(const QList<RW_VAR>& group, QList<RW_VAR>* out)

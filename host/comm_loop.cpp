@@ -1,0 +1,128 @@
+#include "host/comm_loop.h"
+
+#include <csignal>
+#include <pthread.h>
+
+#include "host/reply_words.h"
+#include "host/variable_notation.h"
+
+namespace logohost {
+namespace {
+
+// How long to wait when the driver has nothing to send.
+constexpr std::chrono::milliseconds kIdlePoll{5};
+
+// The driver's callbacks carry no pointer of ours. They run inside DataCom
+// on the communication thread, which reads this right after DataCom returns.
+thread_local bool t_failCallbackFired = false;
+
+}  // namespace
+
+CommLoop::CommLoop(const DriverApi& api, ComInfo& info, TcpLink& link, Trace& trace, ResultSink sink, Tick tick)
+    : api_(api), info_(info), link_(link), trace_(trace), sink_(std::move(sink)), tick_(std::move(tick))
+{
+    api_.setComInfo(&info_);
+    api_.registerCallbacks(&CommLoop::onReadDone, &CommLoop::onFail);
+}
+
+CommLoop::~CommLoop()
+{
+    stop();
+}
+
+void CommLoop::start()
+{
+    // Ctrl-C belongs to the main thread: block it while the thread is
+    // created, so that the new thread inherits a mask without it.
+    sigset_t blocked;
+    sigset_t previous;
+    sigemptyset(&blocked);
+    sigaddset(&blocked, SIGINT);
+    sigaddset(&blocked, SIGTERM);
+    pthread_sigmask(SIG_BLOCK, &blocked, &previous);
+    thread_ = std::thread(&CommLoop::run, this);
+    pthread_sigmask(SIG_SETMASK, &previous, nullptr);
+}
+
+void CommLoop::stop()
+{
+    stop_.store(true);
+    if (thread_.joinable())
+        thread_.join();
+}
+
+void CommLoop::run()
+{
+    while (!stop_.load()) {
+        if (tick_)
+            tick_();
+        const Protocol* frame = api_.nextFrame();
+        if (!frame) {
+            std::this_thread::sleep_for(kIdlePoll);
+            continue;
+        }
+        exchangeOne(*frame);
+    }
+}
+
+void CommLoop::exchangeOne(const Protocol& frame)
+{
+    const bool modbus = info_.remoteMode == 0;
+    counters_.frames.fetch_add(1);
+    Exchange exchange = link_.exchange(frame.frame.constData(), frame.frameLength,
+                                       ReplyShape{modbus, frame.replyLength}, stop_);
+    counters_.connections.store(static_cast<uint64_t>(link_.connections()));
+    if (exchange.outcome == LinkOutcome::Stopped)
+        return;
+    if (exchange.outcome == LinkOutcome::Reply) {
+        counters_.replies.fetch_add(1);
+        const int exception = modbus ? modbusExceptionCode(reinterpret_cast<const uint8_t*>(exchange.reply.constData()),
+                                                           static_cast<size_t>(exchange.reply.size()))
+                                     : 0;
+        if (exception)
+            lastException_ = exception;
+    }
+
+    t_failCallbackFired = false;
+    const RW_VAR* var = api_.takeReply(&exchange.reply, exchange.reply.size());
+    if (!var)
+        return;
+    RequestResult result;
+    result.returnCode = var->returnCode;
+    result.sourceType = var->sourceType;
+    result.sourceId = var->sourceId;
+    result.rwType = var->rwType;
+    result.area = var->area;
+    result.address = var->address;
+    result.station = var->station;
+    result.count = var->count;
+    result.scanDone = info_.scanDone != 0;
+    result.exceptionCode = lastException_;
+    result.failCallback = t_failCallbackFired;
+    if (result.returnCode != RC_RETRYING)
+        lastException_ = 0;  // the request is over; its repeats kept the exception until now
+    if (isFinalFailure(result.returnCode))
+        counters_.failures.fetch_add(1);
+    traceVerdict(result);
+    sink_(result);
+}
+
+// The driver's verdict on every reply it did not accept, in the trace.
+void CommLoop::traceVerdict(const RequestResult& result)
+{
+    if (!trace_.enabled() || isSuccessCode(result.returnCode))
+        return;
+    const std::string request = std::string(result.rwType == 1 ? "write " : "read ") +
+                                rangeName(result.area, result.address, result.count, result.station, info_.multiStation != 0);
+    trace_.note(request + ": " + failureText(result.returnCode, result.exceptionCode) +
+                (result.failCallback ? ", given up" : ""));
+}
+
+void CommLoop::onFail(QList<RW_VAR>*, int, int) { t_failCallbackFired = true; }
+
+void CommLoop::onReadDone(intptr_t, int, int, int)
+{
+    // The host queues no one-shot reads; cyclic results arrive through DataCom.
+}
+
+}  // namespace logohost

@@ -1,0 +1,17 @@
+// Ctrl-C and SIGTERM end watch (and any wait) cleanly instead of killing
+// the process mid-frame.
+#ifndef LOGOHOST_INTERRUPT_H
+#define LOGOHOST_INTERRUPT_H
+
+#include <chrono>
+
+namespace logohost {
+
+void installInterruptHandlers();
+bool interrupted();
+// Sleeps for the duration; returns false early when interrupted.
+bool sleepUnlessInterrupted(std::chrono::milliseconds duration);
+
+}  // namespace logohost
+
+#endif  // LOGOHOST_INTERRUPT_H

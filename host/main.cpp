@@ -1,0 +1,86 @@
+// logohost: the reference host of the LOGO! Modbus TCP driver.
+#include <cstdio>
+
+#include "host/cli_options.h"
+#include "host/commands.h"
+#include "host/driver_api.h"
+#include "host/embedded_sim.h"
+#include "host/interrupt.h"
+#include "host/tcp_link.h"
+#include "host/trace.h"
+
+namespace {
+
+using namespace logohost;
+
+constexpr int kLocalLinkId = 1;        // any fixed value: results for it are local ones
+constexpr int kWritesToController = 2;  // writeMode: queue writes for the controller, not just the image
+
+ComInfo comInfoFor(const Options& options)
+{
+    ComInfo info{};
+    info.maxBlockLength = options.maxBlock;
+    info.defaultStation = options.station;
+    info.retryLimit = options.retries;
+    info.multiStation = options.multiStation ? 1 : 0;
+    info.remoteMode = options.remoteMode ? 1 : 0;
+    info.localLinkId = kLocalLinkId;
+    info.writeMode = kWritesToController;
+    info.hostContext = 0;
+    return info;
+}
+
+int fail(const std::string& message, int code)
+{
+    std::fprintf(stderr, "logohost: %s\n", message.c_str());
+    return code;
+}
+
+int runCommand(const Options& options, const std::string& host, int port)
+{
+    DriverApi api;
+    std::string error;
+    const std::string driverPath = options.driverPath.empty() ? defaultDriverPath() : options.driverPath;
+    if (!loadDriver(driverPath, &api, &error))
+        return fail(error, kExitFailed);
+
+    Trace trace(options.trace);
+    TcpLink link(host, port, std::chrono::milliseconds(static_cast<long long>(options.timeoutSeconds * 1000)), trace);
+    ComInfo info = comInfoFor(options);
+    CommandContext context{options, api, info, link, trace, host + ":" + std::to_string(port)};
+    if (options.command == "watch")
+        return runWatch(context);
+    if (options.command == "read")
+        return runRead(context);
+    return runWrite(context);
+}
+
+}  // namespace
+
+int main(int argc, char** argv)
+{
+    Options options;
+    std::string error;
+    if (parseOptions(argc, argv, &options, &error) != kParsed)
+        return fail(error, kExitUsage);
+    if (options.help) {
+        std::fputs(usageText().c_str(), stdout);
+        return kExitOk;
+    }
+    if (options.command == "sim")
+        return runSimulatorCommand(options.args);
+
+    if (!checkCommandArguments(options, &error))
+        return fail(error, kExitUsage);
+    installInterruptHandlers();
+    EmbeddedSimulator simulator;
+    if (options.plcHost.empty()) {
+        if (!simulator.start(&error))
+            return fail("cannot start the built-in simulator: " + error, kExitFailed);
+        std::fprintf(stderr, "logohost: no --plc given, using the built-in LOGO! simulator on %s:%d\n",
+                     simulator.host().c_str(), simulator.port());
+        options.plcHost = simulator.host();
+        options.plcPort = simulator.port();
+    }
+    return runCommand(options, options.plcHost, options.plcPort);
+}

@@ -1,0 +1,77 @@
+// What the host knows about each element of the cyclic scan: value, when it
+// last changed, and how its last request ended.
+#ifndef LOGOHOST_SCAN_STATE_H
+#define LOGOHOST_SCAN_STATE_H
+
+#include <QList>
+
+#include <condition_variable>
+#include <mutex>
+#include <string>
+#include <vector>
+
+#include "host/comm_loop.h"
+#include "host/driver_api.h"
+#include "host/variable_notation.h"
+
+namespace logohost {
+
+enum class ElementState { NeverRead, Ok, Failed, StationOff };
+
+struct ElementStatus {
+    std::string name;        // "VW2", "Q3@2"
+    int variable = 0;        // index into the variables given
+    ElementState state = ElementState::NeverRead;
+    bool hasValue = false;
+    std::string value;       // formatted
+    std::string changedAt;   // wall-clock time of the last change
+    int returnCode = 0;      // of the last final failure
+    int exceptionCode = 0;   // Modbus exception behind it, if any
+    int failuresInRow = 0;
+};
+
+// "ok", "never read", "no reply", "illegal data address", "station off"
+std::string stateText(const ElementStatus& element);
+
+// The cyclic list handed to the driver, one entry per variable.
+QList<HOSTVAR> hostVariables(const std::vector<Variable>& variables, int defaultStation);
+
+class ScanState {
+public:
+    ScanState(const DriverApi& api, const std::vector<Variable>& variables, bool multiStation, int defaultStation);
+
+    // On the communication thread.
+    void onResult(const RequestResult& result);
+    void onStation(int station, bool off);
+
+    std::vector<ElementStatus> snapshot() const;
+    bool scanDone() const;
+    // Returns when the next result arrives, or after the timeout.
+    void waitForResult(std::chrono::milliseconds timeout) const;
+
+private:
+    struct Element {
+        ElementStatus status;
+        Variable var;
+        int index;    // within the variable
+        int station;
+        int area;
+        int address;  // driver address of the element's first bit or word
+        int span;     // bits or words it covers
+    };
+
+    const DriverApi& api_;
+    const bool multiStation_;
+    mutable std::mutex mutex_;
+    mutable std::condition_variable resultArrived_;
+    uint64_t results_ = 0;
+    std::vector<Element> elements_;
+    bool scanDone_ = false;
+
+    bool covers(const Element& element, const RequestResult& result) const;
+    void refreshValue(Element* element) const;
+};
+
+}  // namespace logohost
+
+#endif  // LOGOHOST_SCAN_STATE_H

@@ -1,0 +1,62 @@
+#include "host/station_demotion.h"
+
+#include <cstdio>
+
+#include "host/reply_words.h"
+
+namespace logohost {
+namespace {
+
+constexpr int kStationOff = 0;
+constexpr int kStationOn = 1;
+
+}  // namespace
+
+std::string secondsText(double seconds)
+{
+    char text[32];
+    std::snprintf(text, sizeof text, "%g s", seconds);
+    return text;
+}
+
+StationDemotion::StationDemotion(const DriverApi& api, int after, std::chrono::milliseconds offFor, Report report)
+    : api_(api), after_(after), offFor_(offFor), report_(std::move(report))
+{
+}
+
+void StationDemotion::onResult(const RequestResult& result)
+{
+    if (isSuccessCode(result.returnCode)) {
+        givenUpInRow_.erase(result.station);
+        return;
+    }
+    if (!isFinalFailure(result.returnCode) || offUntil_.count(result.station))
+        return;
+    const int inRow = ++givenUpInRow_[result.station];
+    if (inRow < after_)
+        return;
+    api_.enableStation(result.station, kStationOff);
+    offUntil_[result.station] = Clock::now() + offFor_;
+    givenUpInRow_.erase(result.station);
+    report_(result.station, true,
+            "station " + std::to_string(result.station) + " switched off for " +
+                secondsText(static_cast<double>(offFor_.count()) / 1000) + " after " + std::to_string(inRow) +
+                " given-up request" + (inRow == 1 ? "" : "s") + " in a row");
+}
+
+void StationDemotion::tick()
+{
+    const Clock::time_point now = Clock::now();
+    for (auto it = offUntil_.begin(); it != offUntil_.end();) {
+        if (now < it->second) {
+            ++it;
+            continue;
+        }
+        const int station = it->first;
+        it = offUntil_.erase(it);
+        api_.enableStation(station, kStationOn);
+        report_(station, false, "station " + std::to_string(station) + " switched on again");
+    }
+}
+
+}  // namespace logohost

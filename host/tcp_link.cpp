@@ -1,0 +1,269 @@
+#include "host/tcp_link.h"
+
+#include <fcntl.h>
+#include <netdb.h>
+#include <netinet/in.h>
+#include <netinet/tcp.h>
+#include <poll.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <thread>
+
+namespace logohost {
+namespace {
+
+constexpr int kMbapLengthOffset = 4;
+constexpr int kMbapCountedFrom = 6;  // the MBAP length counts the bytes after its own field
+constexpr int kMbapMinLength = 2;    // unit id and function code
+constexpr int kMbapMaxLength = 254;
+constexpr int kMaxModbusReply = kMbapCountedFrom + kMbapMaxLength;
+constexpr int kMaxRemoteReply = 4096;  // only used when the driver names no length
+constexpr int kRemoteHeader = 9;       // length, request echo, status, count of bytes that follow
+constexpr int kRemoteFollowingOffset = 8;
+constexpr std::chrono::milliseconds kFirstBackoff{50};
+constexpr std::chrono::milliseconds kMaxBackoff{2000};
+constexpr std::chrono::milliseconds kStopPoll{20};
+
+int remainingMs(std::chrono::steady_clock::time_point deadline)
+{
+    const auto left = std::chrono::duration_cast<std::chrono::milliseconds>(deadline - std::chrono::steady_clock::now());
+    return static_cast<int>(std::max<long long>(0, left.count()));
+}
+
+bool waitWritable(int fd, int timeoutMs)
+{
+    pollfd p{fd, POLLOUT, 0};
+    if (poll(&p, 1, timeoutMs) != 1)
+        return false;
+    int error = 0;
+    socklen_t size = sizeof error;
+    getsockopt(fd, SOL_SOCKET, SO_ERROR, &error, &size);
+    errno = error;
+    return error == 0;
+}
+
+// A connected socket set up for the exchange, or -1 with errno set.
+int openSocket(const addrinfo* address, std::chrono::milliseconds timeout)
+{
+    const int fd = socket(address->ai_family, address->ai_socktype | SOCK_CLOEXEC, address->ai_protocol);
+    if (fd < 0)
+        return -1;
+    const int flags = fcntl(fd, F_GETFL);
+    fcntl(fd, F_SETFL, flags | O_NONBLOCK);
+    const bool connected = connect(fd, address->ai_addr, address->ai_addrlen) == 0 ||
+                           (errno == EINPROGRESS && waitWritable(fd, static_cast<int>(timeout.count())));
+    if (!connected) {
+        const int error = errno ? errno : ETIMEDOUT;
+        ::close(fd);
+        errno = error;
+        return -1;
+    }
+    fcntl(fd, F_SETFL, flags);
+    // Frames are small and each one waits for its reply: no Nagle delay.
+    const int on = 1;
+    setsockopt(fd, IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
+    // The first recv of every reply blocks at most the reply time-out, so the
+    // common exchange needs no poll call.
+    timeval tv{static_cast<time_t>(timeout.count() / 1000), static_cast<suseconds_t>(timeout.count() % 1000 * 1000)};
+    setsockopt(fd, SOL_SOCKET, SO_RCVTIMEO, &tv, sizeof tv);
+    return fd;
+}
+
+// A remote-mode reply that is the header alone (an error reply: its first
+// byte gives its length, its last that nothing follows). No good reply is
+// that short, so waiting for the expected length would only waste the
+// time-out.
+bool isRemoteHeaderOnly(const QByteArray& reply)
+{
+    return reply.size() == kRemoteHeader && static_cast<unsigned char>(reply.at(0)) == kRemoteHeader &&
+           reply.at(kRemoteFollowingOffset) == 0;
+}
+
+enum { kLengthUnknown = 0, kUnframeable = -1 };
+
+// The first recv asks for the whole expected reply; a Modbus reply's own
+// length then says whether more is due (an exception reply is shorter).
+int firstReadSize(ReplyShape shape)
+{
+    if (!shape.modbus)
+        return shape.expectedLength > 0 ? shape.expectedLength : kMaxRemoteReply;
+    const int expected = shape.expectedLength > 0 ? std::min(shape.expectedLength, kMaxModbusReply) : kMaxModbusReply;
+    return std::max(expected, kMbapCountedFrom + kMbapMinLength + 1);
+}
+
+// The full length of the reply as far as the bytes received tell it.
+int framedLength(const QByteArray& reply, ReplyShape shape)
+{
+    if (!shape.modbus) {
+        if (isRemoteHeaderOnly(reply))
+            return kRemoteHeader;
+        // Without a length from the driver, what one recv brought is the reply.
+        return shape.expectedLength > 0 ? shape.expectedLength : reply.size();
+    }
+    if (reply.size() < kMbapCountedFrom)
+        return kLengthUnknown;
+    const auto* bytes = reinterpret_cast<const unsigned char*>(reply.constData());
+    const int length = bytes[kMbapLengthOffset] << 8 | bytes[kMbapLengthOffset + 1];
+    if (length < kMbapMinLength || length > kMbapMaxLength)
+        return kUnframeable;
+    return kMbapCountedFrom + length;
+}
+
+}  // namespace
+
+TcpLink::TcpLink(std::string host, int port, std::chrono::milliseconds timeout, Trace& trace)
+    : host_(std::move(host)), port_(port), timeout_(timeout), trace_(trace)
+{
+}
+
+TcpLink::~TcpLink()
+{
+    if (fd_ >= 0)
+        ::close(fd_);
+}
+
+std::string TcpLink::peer() const { return host_ + ":" + std::to_string(port_); }
+
+Exchange TcpLink::exchange(const char* frame, int length, ReplyShape shape, const std::atomic<bool>& stop)
+{
+    Exchange none;
+    if (fd_ < 0) {
+        if (!waitForBackoff(stop)) {
+            none.outcome = LinkOutcome::Stopped;
+            return none;
+        }
+        if (!connectNow())
+            return none;
+    }
+    trace_.sent(frame, length);
+    if (!sendAll(frame, length)) {
+        close(std::string("send failed: ") + std::strerror(errno), true);
+        return none;
+    }
+    Exchange result = receive(shape, Clock::now() + timeout_);
+    if (!result.reply.isEmpty())
+        trace_.received(result.reply.constData(), result.reply.size(), shape.modbus);
+    if (result.outcome == LinkOutcome::Reply)
+        backoff_ = std::chrono::milliseconds(0);
+    return result;
+}
+
+bool TcpLink::waitForBackoff(const std::atomic<bool>& stop) const
+{
+    while (Clock::now() < nextAttempt_) {
+        if (stop.load())
+            return false;
+        std::this_thread::sleep_for(std::min<Clock::duration>(kStopPoll, nextAttempt_ - Clock::now()));
+    }
+    return !stop.load();
+}
+
+bool TcpLink::connectNow()
+{
+    addrinfo hints{};
+    hints.ai_family = AF_UNSPEC;
+    hints.ai_socktype = SOCK_STREAM;
+    addrinfo* found = nullptr;
+    const int status = getaddrinfo(host_.c_str(), std::to_string(port_).c_str(), &hints, &found);
+    if (status != 0) {
+        close(std::string("cannot resolve ") + host_ + ": " + gai_strerror(status), true);
+        return false;
+    }
+    for (const addrinfo* address = found; address && fd_ < 0; address = address->ai_next)
+        fd_ = openSocket(address, timeout_);
+    const int error = errno;
+    freeaddrinfo(found);
+    if (fd_ < 0) {
+        close("cannot connect to " + peer() + ": " + std::strerror(error), true);
+        return false;
+    }
+    ++connections_;
+    trace_.note("connected to " + peer());
+    return true;
+}
+
+void TcpLink::close(const std::string& why, bool backOff)
+{
+    lastProblem_ = why;
+    if (fd_ >= 0) {
+        ::close(fd_);
+        fd_ = -1;
+    }
+    if (backOff) {
+        backoff_ = backoff_.count() ? std::min(backoff_ * 2, kMaxBackoff) : kFirstBackoff;
+        nextAttempt_ = Clock::now() + backoff_;
+        trace_.note(why + "; next connection attempt in " + std::to_string(backoff_.count()) + " ms");
+    } else {
+        trace_.note(why + "; reconnecting");
+    }
+}
+
+bool TcpLink::sendAll(const char* frame, int length)
+{
+    for (int sent = 0; sent < length;) {
+        const ssize_t n = send(fd_, frame + sent, static_cast<size_t>(length - sent), MSG_NOSIGNAL);
+        if (n < 0 && errno == EINTR)
+            continue;
+        if (n <= 0)
+            return false;
+        sent += static_cast<int>(n);
+    }
+    return true;
+}
+
+bool TcpLink::readMore(QByteArray* reply, int want, Clock::time_point deadline, bool first, bool* closed)
+{
+    const int have = reply->size();
+    reply->resize(want);
+    ssize_t n = -1;
+    if (first)
+        n = recv(fd_, reply->data() + have, static_cast<size_t>(want - have), 0);
+    if (!first || (n < 0 && errno == EINTR)) {
+        pollfd p{fd_, POLLIN, 0};
+        const int ready = poll(&p, 1, remainingMs(deadline));
+        n = ready == 1 ? recv(fd_, reply->data() + have, static_cast<size_t>(want - have), MSG_DONTWAIT) : -1;
+        if (ready == 0)
+            errno = EAGAIN;
+    }
+    reply->resize(have + static_cast<int>(std::max<ssize_t>(n, 0)));
+    *closed = n == 0 || (n < 0 && errno != EAGAIN && errno != EWOULDBLOCK && errno != EINTR);
+    return n > 0;
+}
+
+Exchange TcpLink::receive(ReplyShape shape, Clock::time_point deadline)
+{
+    Exchange result;
+    int want = firstReadSize(shape);
+    bool closed = false;
+    for (bool first = true; readMore(&result.reply, want, deadline, first, &closed); first = false) {
+        const int length = framedLength(result.reply, shape);
+        if (length == kUnframeable) {
+            result.outcome = LinkOutcome::Reply;  // the driver judges the bytes
+            close("reply with an impossible MBAP length", false);
+            return result;
+        }
+        if (length == kLengthUnknown)
+            continue;
+        if (result.reply.size() >= length) {
+            result.outcome = LinkOutcome::Reply;
+            if (result.reply.size() > length) {
+                result.reply.truncate(length);
+                close("bytes after the reply", false);
+            }
+            return result;
+        }
+        want = length;
+    }
+    result.outcome = result.reply.isEmpty() ? LinkOutcome::NoReply : LinkOutcome::Incomplete;
+    if (closed)
+        close("connection closed by the controller", true);
+    else  // a late reply on this connection would be taken for the answer to the next frame
+        close("no complete reply within " + std::to_string(timeout_.count()) + " ms", false);
+    return result;
+}
+
+}  // namespace logohost

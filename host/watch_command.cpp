@@ -1,0 +1,136 @@
+// `watch`: the cyclic scan, shown live on a terminal or as one line per
+// interval otherwise.
+#include <unistd.h>
+
+#include <cstdio>
+#include <deque>
+#include <mutex>
+
+#include "host/commands.h"
+#include "host/interrupt.h"
+#include "host/scan_state.h"
+
+namespace logohost {
+namespace {
+
+constexpr size_t kEventsShown = 3;
+const char* const kHideCursor = "\x1b[?25l";
+const char* const kShowCursor = "\x1b[?25h";
+const char* const kClearToEnd = "\x1b[J";
+
+// Station reports: printed at once on a pipe, kept for the live table on a
+// terminal (a stray line would break the redraw in place).
+class EventLog {
+public:
+    explicit EventLog(bool keep) : keep_(keep) {}
+    void add(const std::string& message)
+    {
+        if (!keep_) {
+            std::fprintf(stderr, "logohost: %s\n", message.c_str());
+            return;
+        }
+        const std::lock_guard<std::mutex> lock(mutex_);
+        events_.push_back(message);
+        if (events_.size() > kEventsShown)
+            events_.pop_front();
+    }
+    std::deque<std::string> recent() const
+    {
+        const std::lock_guard<std::mutex> lock(mutex_);
+        return events_;
+    }
+
+private:
+    const bool keep_;
+    mutable std::mutex mutex_;
+    std::deque<std::string> events_;
+};
+
+class LiveScreen {
+public:
+    LiveScreen() { std::fputs(kHideCursor, stdout); }
+    ~LiveScreen()
+    {
+        std::fputs(kShowCursor, stdout);
+        std::fflush(stdout);
+    }
+    void draw(const std::vector<std::string>& lines)
+    {
+        std::string text;
+        if (drawn_ > 0)
+            text += "\x1b[" + std::to_string(drawn_) + "A\r";
+        text += kClearToEnd;
+        for (const std::string& line : lines)
+            text += line + "\n";
+        std::fputs(text.c_str(), stdout);
+        std::fflush(stdout);
+        drawn_ = lines.size();
+    }
+
+private:
+    size_t drawn_ = 0;
+};
+
+std::chrono::milliseconds milliseconds(double seconds)
+{
+    return std::chrono::milliseconds(static_cast<long long>(seconds * 1000));
+}
+
+}  // namespace
+
+int runWatch(CommandContext& context)
+{
+    const Options& options = context.options;
+    std::vector<Variable> variables;
+    std::string error;
+    if (!parseVariables(options, &variables, &error)) {
+        std::fprintf(stderr, "logohost: %s\n", error.c_str());
+        return kExitUsage;
+    }
+    const bool terminal = isatty(STDOUT_FILENO) == 1;
+    EventLog events(terminal);
+    ScanState state(context.api, variables, options.multiStation, options.station);
+    Communication communication(
+        context, [&state](const RequestResult& result) { state.onResult(result); },
+        [&state, &events](int station, bool off, const std::string& message) {
+            state.onStation(station, off);
+            events.add(message);
+        });
+    QList<HOSTVAR> list = hostVariables(variables, options.station);
+    context.api.rebuildReadList(&list);
+    communication.start();
+
+    const std::string title = "logohost watch, controller " + context.peer;
+    std::unique_ptr<LiveScreen> screen(terminal ? new LiveScreen : nullptr);
+    if (!terminal) {
+        std::fputs(scanHeader(state.snapshot(), options.format).c_str(), stdout);
+        std::fflush(stdout);
+    }
+    const bool forever = options.durationSeconds <= 0;
+    const auto end = std::chrono::steady_clock::now() + milliseconds(options.durationSeconds);
+    const auto interval = milliseconds(options.intervalSeconds);
+    for (;;) {
+        const auto left = end - std::chrono::steady_clock::now();
+        const bool last = !forever && left <= interval;
+        const bool uninterrupted =
+            sleepUnlessInterrupted(last ? std::chrono::ceil<std::chrono::milliseconds>(left) : interval);
+        CounterView counters = communication.counters();
+        counters.framesPerSecond = communication.frameRate();
+        const std::vector<ElementStatus> elements = state.snapshot();
+        if (screen) {
+            std::vector<std::string> lines = liveTable(elements, counters, title);
+            for (const std::string& event : events.recent())
+                lines.push_back(event);
+            screen->draw(lines);
+        } else {
+            std::fputs(scanLine(elements, counters, options.format).c_str(), stdout);
+            std::fflush(stdout);
+        }
+        if (last || !uninterrupted)
+            break;
+    }
+    communication.stop();
+    return kExitOk;
+}
+
+}  // namespace logohost
