@@ -73,8 +73,9 @@ TEST_P(Bursts, ListPattern)
         AddListWriteVar(&w, 0);
     }
     RW_VAR r = record(AREA_Q, 1, 12, 1, 2, 1);
-    if (c.oneShots)
+    if (c.oneShots) {
         ASSERT_EQ(AddListOnceReadVar(&r, 0), 12);
+    }
     if (c.cyclicStation)
         rebuild({hostVar(AREA_VW, "0", 1, c.cyclicStation)});
     if (c.cyclicStationOff)
@@ -82,9 +83,11 @@ TEST_P(Bursts, ListPattern)
     const std::vector<Exchange> done = FakeController().run(static_cast<int>(c.pattern.size()));
     EXPECT_EQ(targets(done, true), c.pattern);
     int nextWrite = 0;  // each good reply retires its write: every write goes out once, in order
-    for (const Exchange& e : done)
-        if (e.list == 'W')
+    for (const Exchange& e : done) {
+        if (e.list == 'W') {
             EXPECT_EQ(e.var.address, nextWrite++);
+        }
+    }
 }
 
 INSTANTIATE_TEST_SUITE_P(Lists, Bursts,
