@@ -14,16 +14,16 @@ build() {  # build DIR [cmake options...]
   cmake --build "$dir" -j"$jobs"
 }
 
-build build
+build build -DLOGO_BUILD_TESTS=ON
 echo "== Tests"
 ctest --test-dir build -j"$jobs" --output-on-failure --timeout 300
 
-build build-asan -DLOGO_SANITIZER=address -DCMAKE_BUILD_TYPE=Debug
+build build-asan -DLOGO_BUILD_TESTS=ON -DLOGO_SANITIZER=address -DCMAKE_BUILD_TYPE=Debug
 echo "== Tests under AddressSanitizer and UndefinedBehaviorSanitizer"
 ASAN_OPTIONS=detect_leaks=1 UBSAN_OPTIONS=print_stacktrace=1 \
   ctest --test-dir build-asan -j"$jobs" --output-on-failure --timeout 300
 
-build build-tsan -DLOGO_SANITIZER=thread -DCMAKE_BUILD_TYPE=Debug -DLOGO_BUILD_TOOLS=OFF
+build build-tsan -DLOGO_BUILD_TESTS=ON -DLOGO_SANITIZER=thread -DCMAKE_BUILD_TYPE=Debug
 echo "== Concurrency tests under ThreadSanitizer"
 TSAN_OPTIONS="halt_on_error=1 second_deadlock_stack=1" \
   ctest --test-dir build-tsan -j"$jobs" --output-on-failure --timeout 300 -R "Stress|Concurrency"

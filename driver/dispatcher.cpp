@@ -3,6 +3,7 @@
 
 #include <climits>
 
+#include "driver/locks.h"
 #include "driver/modbus_rtu_master.h"
 #include "image/reply_store.h"
 
@@ -34,7 +35,7 @@ int judgeReply(QByteArray* reply, int length, bool local)
     if (kind == NEITHER)
         return GetDriverReturnValue(offset + KIND_LOCAL_BAD_KIND);
     if (kind == READ && local) {
-        QMutexLocker lock(&PLC_driver.imageMutex);
+        DriverLock lock(&PLC_driver.imageMutex);
         SaveToLocalDataErea(reply);
     }
     return GetDriverReturnValue(offset);
@@ -140,7 +141,7 @@ RW_VAR* goodReply(int code, bool local)
     d.frameQueue.removeFirst();
     countUp(&info->framesAnswered);
 
-    QMutexLocker lock(&d.listMutex);
+    DriverLock lock(&d.listMutex);
     // The entry is completed even while no cyclic variables are registered:
     // otherwise a write or one-shot read answered then would stay at the
     // head of its list and be sent again for ever.
@@ -159,7 +160,7 @@ RW_VAR* failedReply(int code, bool local)
 {
     Modbus_RTU_Master& d = PLC_driver;
     ComInfo* info = d.comInfo;
-    QMutexLocker lock(&d.listMutex);
+    DriverLock lock(&d.listMutex);
     d.scanPosition = 0;
     countUp(&info->retryCount);
     d.commFailed = 1;
@@ -194,7 +195,7 @@ RW_VAR* DataCom(QByteArray* reply, int length)
 {
     Modbus_RTU_Master& d = PLC_driver;
     if (d.frameQueue.isEmpty()) {
-        QMutexLocker lock(&d.listMutex);
+        DriverLock lock(&d.listMutex);
         return finish(RC_LOCAL_OK);
     }
     // A missing reply buffer is a reply with nothing in it.

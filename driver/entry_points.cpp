@@ -1,5 +1,6 @@
 // The small entry points that store what the host hands over, and the
 // station switch.
+#include "driver/locks.h"
 #include "driver/modbus_rtu_master.h"
 
 void SetComInfo(ComInfo* info)
@@ -29,7 +30,7 @@ enum StationSwitch { STATION_OFF = 0, STATION_ON = 1 };
 
 void EnCommStation(int station, int enable)
 {
-    QMutexLocker lock(&PLC_driver.stationMutex);
+    DriverLock lock(&PLC_driver.stationMutex);
     if (station < 0)
         PLC_driver.disabledStations.clear();
     else if (enable == STATION_OFF)
@@ -40,6 +41,6 @@ void EnCommStation(int station, int enable)
 
 bool Ethernetcontains(int station)
 {
-    QMutexLocker lock(&PLC_driver.stationMutex);
+    DriverLock lock(&PLC_driver.stationMutex);
     return PLC_driver.disabledStations.contains(station);
 }

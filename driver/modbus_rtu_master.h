@@ -27,9 +27,8 @@ struct EXTENDVAR {
     QByteArray value;  // bit: one byte, bit 0; word: two bytes, low first; empty: no valid data
 };
 
-// Lock order, the only one used anywhere: listMutex, then stationMutex or
-// imageMutex. Never take listMutex while holding either of the other two.
-// frameQueue and commFailed belong to the host's communication thread (the
+// Locks are taken through DriverLock (driver/locks.h), which holds the
+// order. frameQueue and commFailed belong to the host's communication thread (the
 // only caller of ComCommunication and DataCom) and are not locked;
 // scanPosition and ComInfo::scanDone are changed under listMutex, because a
 // rebuild on another thread resets them.

@@ -1,4 +1,5 @@
 // ComCommunication: which frame goes out next.
+#include "driver/locks.h"
 #include "driver/modbus_rtu_master.h"
 #include "modbus/read_requests.h"
 #include "modbus/write_requests.h"
@@ -74,7 +75,7 @@ Protocol* ComCommunication()
     if (frameBuilt())
         return &d.frameQueue.first();
 
-    QMutexLocker lock(&d.listMutex);
+    DriverLock lock(&d.listMutex);
     const bool remote = d.comInfo->remoteMode != 0;
     if (!d.writeList.isEmpty() && d.writeBurst < BURST_LIMIT) {
         d.currentList = LIST_WRITE;

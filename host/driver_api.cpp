@@ -48,6 +48,8 @@ bool loadDriver(const std::string& path, DriverApi* api, std::string* error)
     resolve(handle, "DataCom", &table.takeReply, &missing);
     resolve(handle, "GetRegisterData", &table.getRegisterData, &missing);
     resolve(handle, "SetRegisterData", &table.setRegisterData, &missing);
+    resolve(handle, "AddListWriteVar", &table.addWrite, &missing);
+    resolve(handle, "AddListOnceReadVar", &table.addOnceRead, &missing);
     if (!missing.empty()) {
         *error = "the driver \"" + path + "\" lacks " + missing;
         dlclose(handle);

@@ -18,6 +18,8 @@ struct DriverApi {
     decltype(&DataCom) takeReply = nullptr;
     decltype(&GetRegisterData) getRegisterData = nullptr;
     decltype(&SetRegisterData) setRegisterData = nullptr;
+    decltype(&AddListWriteVar) addWrite = nullptr;
+    decltype(&AddListOnceReadVar) addOnceRead = nullptr;
 };
 
 // The library beside the running executable.

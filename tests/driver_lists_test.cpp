@@ -2,7 +2,6 @@
 // cyclic list as the loop sends it after a rebuild.
 #include "fake_controller.h"
 // Each driver_*_test.cpp is built on its own; the fake comes with it.
-#include "fake_controller.cpp"
 
 #include "varlist/address_text.h"
 
@@ -10,9 +9,10 @@ namespace {
 
 TEST(AddressText, WorkedTableUnderBothNames)
 {
-    struct Row { int area; const char* text; int address; } rows[] = {{3, "10.3", 83}, {3, "0.0", 0},   {3, "12", -1},  {3, "", -1},    {3, "1.2.3", 10}, {3, "5.", 40},
-                {3, ".5", 5},    {3, "1.9", 17},  {3, "2.1", 17}, {3, "a.b", 0},  {3, ".", 0},      {7, "100", 100},
-                {7, "10.3", 0},  {0, "abc", 0},   {5, "-4", -4},  {9, "12", 12}};
+    struct Row { int area; const char* text; int address; } rows[] = {
+        {3, "10.3", 83}, {3, "0.0", 0}, {3, "12", -1}, {3, "", -1},  {3, "1.2.3", 10},  {3, "5.", 40},
+        {3, ".5", 5},    {3, "1.9", 17}, {3, "2.1", 17}, {3, "a.b", 0}, {3, ".", 0},    {7, "100", 100},
+        {7, "10.3", 0},  {0, "abc", 0}, {5, "-4", -4}, {9, "12", 12}};
     for (const Row& r : rows) {
         SCOPED_TRACE(::testing::Message() << "area " << r.area << " \"" << r.text << '"');
         EXPECT_EQ(StringAddressToInt(r.area, r.text), r.address);
@@ -20,7 +20,7 @@ TEST(AddressText, WorkedTableUnderBothNames)
     }
 }
 
-// "station:address:count=value" of each entry of a list.
+// describe() of each entry of a list, with "=value" when it has one.
 std::string entries(const QList<RW_VAR>& list)
 {
     std::string text;
@@ -102,13 +102,14 @@ TEST_F(DriverTest, OneShotBitsAreReadOneByOneAndOnlyAnotherRequesterRepeatsThem)
 
 TEST_F(DriverTest, OneShotWordsAreCutAndTheCallersRecordShowsTheLastPiece)
 {
-    struct Row { int multiStation, maxLen, count; const char *queue, *record; } rows[] = {{0, 100, 250, "6:3:100@1 6:103:100@1 6:203:50@1", "6:203:50@1"},
-                {1, 100, 250, "6:3:100@7 6:103:100@7 6:203:50@7", "6:203:50@7"},
-                {0, 100, 100, "6:3:100@1", "6:3:100@1"},
-                {0, 0, 3, "6:3:1@1 6:4:1@1 6:5:1@1", "6:5:1@1"},
-                {0, 100, 0, "", "6:3:0@1"},
-                {0, 100, -2, "", "6:3:-2@1"},
-                {0, 100, 70000, "6:65530:5@1", "6:65530:5@1"}};
+    struct Row { int multiStation, maxLen, count; const char *queue, *record; } rows[] = {
+        {0, 100, 250, "6:3:100@1 6:103:100@1 6:203:50@1", "6:203:50@1"},
+        {1, 100, 250, "6:3:100@7 6:103:100@7 6:203:50@7", "6:203:50@7"},
+        {0, 100, 100, "6:3:100@1", "6:3:100@1"},
+        {0, 0, 3, "6:3:1@1 6:4:1@1 6:5:1@1", "6:5:1@1"},
+        {0, 100, 0, "", "6:3:0@1"},
+        {0, 100, -2, "", "6:3:-2@1"},
+        {0, 100, 70000, "6:65530:5@1", "6:65530:5@1"}};
     for (const Row& row : rows) {
         SCOPED_TRACE(::testing::Message() << "multi " << row.multiStation << " maxLen " << row.maxLen << " count "
                                           << row.count);

@@ -2,7 +2,6 @@
 // failure or a give-up does to the lists and the host.
 #include "fake_controller.h"
 // Each driver_*_test.cpp is built on its own; the fake comes with it.
-#include "fake_controller.cpp"
 
 namespace {
 

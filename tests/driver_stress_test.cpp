@@ -3,7 +3,6 @@
 // past its bound, and afterwards everything still queued must go out.
 #include "fake_controller.h"
 // Each driver_*_test.cpp is built on its own; the fake comes with it.
-#include "fake_controller.cpp"
 
 #include <atomic>
 #include <thread>
