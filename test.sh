@@ -1,29 +1,39 @@
 #!/usr/bin/env bash
 # Installs what is missing, builds, and runs every test: the plain build,
-# then the same suite under AddressSanitizer with UndefinedBehaviorSanitizer,
-# and the concurrency tests under ThreadSanitizer.
+# the same suite under AddressSanitizer with UndefinedBehaviorSanitizer, the
+# concurrency tests (stress, soak, link faults) under ThreadSanitizer, and a
+# short bounded run of every fuzzer.
 set -euo pipefail
 cd "$(dirname "$0")"
 scripts/install-deps.sh test
 
-jobs=2
-build() {  # build DIR [cmake options...]
+here=$(pwd)
+fuzz_seconds=${LOGO_FUZZ_SECONDS:-30}
+
+configure() {  # configure DIR [cmake options...]
   local dir=$1; shift
-  echo "== Building $dir"
   cmake -S . -B "$dir" -DCMAKE_BUILD_TYPE=RelWithDebInfo "$@" >/dev/null
-  cmake --build "$dir" -j"$jobs"
 }
 
-build build -DLOGO_BUILD_TESTS=ON
-echo "== Tests"
-ctest --test-dir build -j"$jobs" --output-on-failure --timeout 300
+echo "== Build and tests"
+configure build -DLOGO_BUILD_TESTS=ON
+cmake --build build -j2
+ctest --test-dir build -j2 --output-on-failure --timeout 300
 
-build build-asan -DLOGO_BUILD_TESTS=ON -DLOGO_SANITIZER=address -DCMAKE_BUILD_TYPE=Debug
 echo "== Tests under AddressSanitizer and UndefinedBehaviorSanitizer"
+configure build-asan -DLOGO_BUILD_TESTS=ON -DLOGO_SANITIZER=address -DCMAKE_BUILD_TYPE=Debug
+cmake --build build-asan -j2
 ASAN_OPTIONS=detect_leaks=1 UBSAN_OPTIONS=print_stacktrace=1 \
-  ctest --test-dir build-asan -j"$jobs" --output-on-failure --timeout 300
+  ctest --test-dir build-asan -j2 --output-on-failure --timeout 300
 
-build build-tsan -DLOGO_BUILD_TESTS=ON -DLOGO_SANITIZER=thread -DCMAKE_BUILD_TYPE=Debug
 echo "== Concurrency tests under ThreadSanitizer"
-TSAN_OPTIONS="halt_on_error=1 second_deadlock_stack=1" \
-  ctest --test-dir build-tsan -j"$jobs" --output-on-failure --timeout 300 -R "Stress|Concurrency"
+configure build-tsan -DLOGO_BUILD_TESTS=ON -DLOGO_SANITIZER=thread -DCMAKE_BUILD_TYPE=Debug
+cmake --build build-tsan -j2 --target logo_modbus_tcp driver_stress_test reliability_tests
+TSAN_OPTIONS="halt_on_error=1 second_deadlock_stack=1 suppressions=$here/tests/tsan.supp" \
+  ctest --test-dir build-tsan -j2 --output-on-failure --timeout 300 -R "Stress|Soak|LinkFault|ControllerOutage"
+
+echo "== Fuzzers, ${fuzz_seconds}s each"
+CC=clang CXX=clang++ configure build-fuzz -DLOGO_BUILD_FUZZERS=ON -DLOGO_BUILD_TOOLS=OFF -DLOGO_BUILD_TESTS=OFF
+cmake --build build-fuzz -j2
+fuzz/run.sh build-fuzz "$fuzz_seconds"
+echo "All tests passed."

@@ -150,7 +150,7 @@ RW_VAR* goodReply(int code, bool local)
     // A list of n entries needs n + 1 good local replies for a full pass.
     if (info->scanDone == 0 && local && ++d.scanPosition > d.readList.size()) {
         d.scanPosition = 0;
-        info->scanDone = 1;
+        setScanDone(info, 1);
     }
     completeEntry(local);
     return finish(code);
@@ -164,7 +164,7 @@ RW_VAR* failedReply(int code, bool local)
     d.scanPosition = 0;
     countUp(&info->retryCount);
     d.commFailed = 1;
-    info->scanDone = 0;
+    setScanDone(info, 0);
     // Failures count towards the limit across good replies: only a give-up
     // resets the count.
     if (info->retryCount <= info->retryLimit)

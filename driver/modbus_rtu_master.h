@@ -67,6 +67,12 @@ private:
     Modbus_RTU_Master& operator=(const Modbus_RTU_Master&);
 };
 
+// ComInfo::scanDone is written by the communication thread and by a rebuild
+// on any thread (both under listMutex) while host threads read it without
+// the driver's locks: every write is a whole, atomic store, so a host that
+// loads it atomically never sees a torn or stale-forever value.
+inline void setScanDone(ComInfo* info, int value) { __atomic_store_n(&info->scanDone, value, __ATOMIC_RELAXED); }
+
 // Station test used by the scheduler: true when the station is switched off.
 bool Ethernetcontains(int station);
 

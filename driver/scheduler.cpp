@@ -45,7 +45,7 @@ void serveCyclic(Builder build)
     QList<RW_VAR>& list = d.readList;
     if (list.isEmpty()) {
         resetBursts();
-        d.comInfo->scanDone = 1;
+        setScanDone(d.comInfo, 1);
         return;
     }
     d.currentList = LIST_CYCLIC;

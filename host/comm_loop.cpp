@@ -96,7 +96,8 @@ void CommLoop::exchangeOne(const Protocol& frame)
     result.address = var->address;
     result.station = var->station;
     result.count = var->count;
-    result.scanDone = info_.scanDone != 0;
+    // The driver stores scanDone atomically; a rebuild on another thread may write it.
+    result.scanDone = __atomic_load_n(&info_.scanDone, __ATOMIC_RELAXED) != 0;
     result.exceptionCode = lastException_;
     result.failCallback = t_failCallbackFired;
     if (result.returnCode != RC_RETRYING)

@@ -4,6 +4,7 @@
 #include <QMap>
 #include <algorithm>
 
+#include "driver/locks.h"
 #include "driver/modbus_rtu_master.h"
 #include "image/bounds.h"
 #include "modbus/areas.h"
@@ -128,7 +129,7 @@ void Bubble_Sort(PieceGroup* group)
 int ReCreatReadVarList(QList<HOSTVAR>* vars)
 {
     Modbus_RTU_Master& d = PLC_driver;
-    QMutexLocker lock(&d.listMutex);
+    DriverLock lock(&d.listMutex);
     d.readList.clear();
     if (vars->isEmpty())
         return 0;
@@ -145,7 +146,7 @@ int ReCreatReadVarList(QList<HOSTVAR>* vars)
 
     // A completed pass is reported only once the new list has been read through.
     d.scanPosition = 0;
-    info->scanDone = 0;
+    setScanDone(info, 0);
 
     if (info->multiStation == 0)
         rebuildSingleStation(*vars, &rebuild, info->defaultStation);

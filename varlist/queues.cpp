@@ -1,4 +1,5 @@
 // The write queue and the one-shot read queue.
+#include "driver/locks.h"
 #include "driver/modbus_rtu_master.h"
 #include "image/bounds.h"
 #include "modbus/areas.h"
@@ -24,7 +25,7 @@ bool sameRead(const RW_VAR& a, const RW_VAR& b)
 int AddListWriteVar(RW_VAR* var, int flag)
 {
     Modbus_RTU_Master& d = PLC_driver;
-    QMutexLocker lock(&d.listMutex);
+    DriverLock lock(&d.listMutex);
     QList<RW_VAR>& writes = d.writeList;
     if (flag == UNCONDITIONAL || writes.size() < 2) {
         writes.append(*var);
@@ -48,7 +49,7 @@ int AddListOnceReadVar(RW_VAR* var, int flag)
 {
     Modbus_RTU_Master& d = PLC_driver;
     if (flag == UNCONDITIONAL) {
-        QMutexLocker lock(&d.listMutex);
+        DriverLock lock(&d.listMutex);
         d.onceReadList.append(*var);
         return d.onceReadList.size();
     }
@@ -71,7 +72,7 @@ int AddListOnceReadVar(RW_VAR* var, int flag)
     // for nothing, in every area.
     const int elements = clipToArea(address, var->count);
 
-    QMutexLocker lock(&d.listMutex);
+    DriverLock lock(&d.listMutex);
     QList<RW_VAR>& reads = d.onceReadList;
     cutIntoPieces(address, elements, maxLen, [&](int pieceAddress, int pieceCount) {
         var->address = pieceAddress;
