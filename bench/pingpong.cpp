@@ -1,6 +1,7 @@
 // The machine's limit: a raw TCP ping-pong over loopback with frames of the
 // same sizes as a register read (request and reply bytes), and a server that
-// does nothing but answer.
+// does nothing but answer. The server is a process of its own, as the
+// simulator is, so both pay the same switches between processes.
 //   pingpong FRAMES REQUEST_BYTES REPLY_BYTES
 #include <arpa/inet.h>
 #include <netinet/in.h>
@@ -10,7 +11,7 @@
 
 #include <cstdio>
 #include <cstdlib>
-#include <thread>
+#include <sys/wait.h>
 #include <vector>
 
 #include "round_trips.h"
@@ -53,14 +54,16 @@ int main(int argc, char** argv)
         std::perror("pingpong: listen");
         return 1;
     }
-    std::thread server([&] {
+    const pid_t server = fork();
+    if (server == 0) {
         const int fd = accept(listener, nullptr, nullptr);
         noDelay(fd);
         std::vector<char> request(requestBytes), reply(replyBytes, 1);
         while (readFully(fd, request.data(), requestBytes))
             send(fd, reply.data(), replyBytes, 0);
         close(fd);
-    });
+        _exit(0);
+    }
     const int fd = socket(AF_INET, SOCK_STREAM, 0);
     if (connect(fd, reinterpret_cast<sockaddr*>(&address), length) != 0) {
         std::perror("pingpong: connect");
@@ -79,7 +82,7 @@ int main(int argc, char** argv)
     }
     trips.print("pingpong");
     close(fd);
-    server.join();
+    waitpid(server, nullptr, 0);
     close(listener);
     return 0;
 }
