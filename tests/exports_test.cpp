@@ -64,7 +64,7 @@ TEST(Exports, EveryInterfaceNameResolvesAndNothingElseIsVisible)
 // any definite leak).
 TEST(Exports, LoadUseUnloadRepeatedly)
 {
-    for (int round = 0; round < 5; ++round) {
+    for (int round = 0; round < 20; ++round) {
         SCOPED_TRACE(round);
         void* handle = dlopen(LOGO_DRIVER_PATH, RTLD_NOW | RTLD_LOCAL);
         ASSERT_NE(nullptr, handle) << dlerror();
