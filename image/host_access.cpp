@@ -1,4 +1,5 @@
 // The host's reads and writes of the image, and its queued writes.
+#include "driver/locks.h"
 #include "driver/modbus_rtu_master.h"
 #include "image/bounds.h"
 #include "image/station_image.h"
@@ -89,7 +90,7 @@ int GetRegisterData(QString, int area, QString addressText, int station, QByteAr
     const int address = StringAddressToInt(area, addressText);
     if (address < 0)
         return 0;
-    QMutexLocker lock(&PLC_driver.imageMutex);
+    DriverLock lock(&PLC_driver.imageMutex);
     if (PLC_driver.comInfo->multiStation == 0)
         readSingleStation(area, address, data, count);
     else

@@ -1,5 +1,6 @@
 #include "image/station_image.h"
 
+#include "driver/locks.h"
 #include "driver/modbus_rtu_master.h"
 #include "image/bounds.h"
 #include "modbus/areas.h"
@@ -60,7 +61,7 @@ int ExtendFindSameVar(int station, int area, int address)
 
 void WriteDataToLocal(const RW_VAR* var)
 {
-    QMutexLocker lock(&PLC_driver.imageMutex);
+    DriverLock lock(&PLC_driver.imageMutex);
     if (PLC_driver.comInfo->multiStation == 0)
         writeSingleStation(var);
     else
