@@ -83,12 +83,16 @@ void CommLoop::exchangeOne(const Protocol& frame)
             lastException_ = exception;
     }
 
+    // While a frame is being repeated the driver's result record still
+    // names the request completed before it: name the frame in flight instead.
+    const RW_VAR inFlight = frame.var;
     t_failCallbackFired = false;
-    const RW_VAR* var = api_.takeReply(&exchange.reply, exchange.reply.size());
-    if (!var)
+    const RW_VAR* reported = api_.takeReply(&exchange.reply, exchange.reply.size());
+    if (!reported)
         return;
+    const RW_VAR* var = reported->returnCode == RC_RETRYING ? &inFlight : reported;
     RequestResult result;
-    result.returnCode = var->returnCode;
+    result.returnCode = reported->returnCode;
     result.sourceType = var->sourceType;
     result.sourceId = var->sourceId;
     result.rwType = var->rwType;

@@ -37,13 +37,13 @@ ReadOutcome waitForScan(const ScanState& state, std::chrono::milliseconds limit)
 {
     const auto deadline = std::chrono::steady_clock::now() + limit;
     for (;;) {
-        // The driver restarts its pass at every failed reply, even one its
-        // retry repairs, so on a link that fails now and then it may never
-        // report a complete pass; a good reply for every variable is all a
-        // one-time read needs.
-        const bool passDone = state.scanDone();
+        // A good reply for every variable is what a one-time read needs. The
+        // driver's completed pass is not enough on its own (a variable given
+        // up earlier may not have been answered since), nor needed: the
+        // driver restarts its pass at every failed reply, even one its retry
+        // repairs, so on a link that fails now and then it may never report one.
         const std::vector<ElementStatus> elements = state.snapshot();
-        if (passDone || allRead(elements))
+        if (allRead(elements))
             return ReadOutcome::Done;
         if (anyGivenUp(elements))
             return ReadOutcome::Failed;

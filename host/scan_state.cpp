@@ -84,8 +84,6 @@ void ScanState::onResult(const RequestResult& result)
     std::lock_guard<std::mutex> lock(mutex_);
     ++results_;
     resultArrived_.notify_all();
-    if (result.rwType == 0)
-        scanDone_ = result.scanDone;
     if (result.returnCode == 0)
         return;  // the same frame comes again
     for (Element& element : elements_) {
@@ -132,10 +130,5 @@ void ScanState::waitForResult(std::chrono::milliseconds timeout) const
     resultArrived_.wait_for(lock, timeout, [this, seen] { return results_ != seen; });
 }
 
-bool ScanState::scanDone() const
-{
-    const std::lock_guard<std::mutex> lock(mutex_);
-    return scanDone_;
-}
 
 }  // namespace logohost

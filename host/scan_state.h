@@ -45,7 +45,6 @@ public:
     void onStation(int station, bool off);
 
     std::vector<ElementStatus> snapshot() const;
-    bool scanDone() const;
     // Returns when the next result arrives, or after the timeout.
     void waitForResult(std::chrono::milliseconds timeout) const;
 
@@ -66,7 +65,6 @@ private:
     mutable std::condition_variable resultArrived_;
     uint64_t results_ = 0;
     std::vector<Element> elements_;
-    bool scanDone_ = false;
 
     bool covers(const Element& element, const RequestResult& result) const;
     void refreshValue(Element* element) const;
