@@ -67,6 +67,10 @@ void rebuildSingleStation(const QList<HOSTVAR>& vars, Rebuild* rebuild, int stat
         const Piece whole = {address, count, addTemplate(rebuild, var, address, station)};
         WhetherGroup(count, isBitArea(var.area) ? 1 : rebuild->maxLen, whole, &areas[var.area]);
     }
+    size_t pieces = 0;
+    for (int area = AREA_I; area <= AREA_VW; ++area)
+        pieces += areas[area].size();
+    PLC_driver.readList.reserve(static_cast<int>(pieces));  // at most one entry per piece
     for (int area = AREA_I; area <= AREA_VW; ++area)
         emitGroup(&areas[area], *rebuild);
 }
@@ -96,6 +100,10 @@ void rebuildMultiStation(const QList<HOSTVAR>& vars, Rebuild* rebuild)
     }
     // Groups come out in the order their pairs first appeared; within a
     // group, pieces at the same address keep the most recently filed first.
+    size_t pieces = 0;
+    for (size_t g = 0; g < groups.size(); ++g)
+        pieces += groups[g].size();
+    PLC_driver.readList.reserve(static_cast<int>(pieces));
     for (size_t g = 0; g < groups.size(); ++g) {
         std::reverse(groups[g].begin(), groups[g].end());
         emitGroup(&groups[g], *rebuild);
