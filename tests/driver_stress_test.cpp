@@ -1,11 +1,10 @@
 // The loop on its own thread while host threads queue, rebuild, switch
 // stations and use the image: it must neither deadlock nor let a queue grow
 // past its bound, and afterwards everything still queued must go out.
-#include "fake_controller.h"
-// Each driver_*_test.cpp is built on its own; the fake comes with it.
-
 #include <atomic>
 #include <thread>
+
+#include "driver_fixture.h"
 
 namespace {
 
@@ -18,14 +17,10 @@ TEST_P(Stress, LoopAgainstBusyHostThreads)
     info.multiStation = GetParam();
     info.maxBlockLength = 8;
     const auto write = [this](int i) {
-        RW_VAR w = record(AREA_AQ + i % 3, i % 1500, 1 + i % 2, 1 + i % 3, i % 14, i);
-        w.rwType = 1;
-        w.value = hexBytes("01 00 02 00");
-        return AddListWriteVar(&w, 0);
+        return addWrite(record(AREA_AQ + i % 3, i % 1500, 1 + i % 2, 1 + i % 3, i % 14, i, "01 00 02 00"));
     };
     const auto read = [this](int i, int flag) {
-        RW_VAR r = record(i % 8, i % 700, 1 + i % 12, 1 + i % 3, 2, i % 40);
-        return AddListOnceReadVar(&r, flag);
+        return addOnce(record(i % 8, i % 700, 1 + i % 12, 1 + i % 3, 2, i % 40), flag);
     };
     for (int i = 0; i < CAPACITY - 20; ++i) {  // start near the bound, so that the merging paths meet it
         write(5000 + i);
@@ -74,8 +69,7 @@ TEST_P(Stress, LoopAgainstBusyHostThreads)
     EXPECT_TRUE(PLC_driver.onceReadList.isEmpty());
 }
 
-INSTANTIATE_TEST_SUITE_P(Modes, Stress, ::testing::Values(0, 1), [](const ::testing::TestParamInfo<int>& i) {
-    return std::string(i.param ? "MultiStation" : "SingleStation");
-});
+INSTANTIATE_TEST_SUITE_P(Modes, Stress, ::testing::Values(0, 1),
+                         [](const auto& i) { return std::string(i.param ? "MultiStation" : "SingleStation"); });
 
 }  // namespace
