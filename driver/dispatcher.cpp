@@ -64,7 +64,11 @@ void notifyOnceRead(const RW_VAR& head)
 
 // Copies the entry the frame came from into the result and retires it:
 // writes and one-shot reads leave their list, a cyclic entry goes to the back.
-void completeEntry(bool local)
+// A rebuild while a cyclic frame was on its way has replaced that entry: the
+// result then names the frame's own record and the new list is left as it
+// is, so that a give-up is never charged to an unrelated station (whose
+// writes the clean-up would discard).
+void completeEntry(bool local, const RW_VAR& answered)
 {
     Modbus_RTU_Master& d = PLC_driver;
     switch (d.currentList) {
@@ -83,7 +87,9 @@ void completeEntry(bool local)
         }
         break;
     case LIST_CYCLIC:
-        if (!d.readList.isEmpty()) {
+        if (d.inFlightGeneration != d.readListGeneration) {
+            passRetValue(&answered, &d.result);
+        } else if (!d.readList.isEmpty()) {
             passRetValue(&d.readList.first(), &d.result);
             if (d.frameQueue.isEmpty())
                 d.readList.move(0, d.readList.size() - 1);
@@ -133,15 +139,25 @@ RW_VAR* finish(int code)
     return &PLC_driver.result;
 }
 
+// The record a frame was built from, kept only when the cyclic list was
+// rebuilt while the frame was on its way (completeEntry needs it then).
+RW_VAR answeredRecord()
+{
+    const Modbus_RTU_Master& d = PLC_driver;
+    const bool rebuilt = d.currentList == LIST_CYCLIC && d.inFlightGeneration != d.readListGeneration;
+    return rebuilt ? d.frameQueue.first().var : RW_VAR();
+}
+
 RW_VAR* goodReply(int code, bool local)
 {
     Modbus_RTU_Master& d = PLC_driver;
     ComInfo* info = d.comInfo;
+    DriverLock lock(&d.listMutex);
     d.commFailed = 0;
+    const RW_VAR answered = answeredRecord();
     d.frameQueue.removeFirst();
     countUp(&info->framesAnswered);
 
-    DriverLock lock(&d.listMutex);
     // The entry is completed even while no cyclic variables are registered:
     // otherwise a write or one-shot read answered then would stay at the
     // head of its list and be sent again for ever.
@@ -152,7 +168,7 @@ RW_VAR* goodReply(int code, bool local)
         d.scanPosition = 0;
         setScanDone(info, 1);
     }
-    completeEntry(local);
+    completeEntry(local, answered);
     return finish(code);
 }
 
@@ -170,8 +186,9 @@ RW_VAR* failedReply(int code, bool local)
     if (info->retryCount <= info->retryLimit)
         return finish(RC_RETRYING);
     info->retryCount = 0;
+    const RW_VAR answered = answeredRecord();
     d.frameQueue.clear();
-    completeEntry(local);
+    completeEntry(local, answered);
     abandonRequest();
     return finish(code);
 }

@@ -16,6 +16,8 @@ Modbus_RTU_Master::Modbus_RTU_Master()
       failCallback(0),
       result(RW_VAR()),
       currentList(LIST_NONE_YET),
+      readListGeneration(0),
+      inFlightGeneration(0),
       writeBurst(0),
       onceBurst(0),
       scanPosition(0),

@@ -51,6 +51,10 @@ public:
     QMutex stationMutex;
     RW_VAR result;
     int currentList;
+    // Counts rebuilds of readList, so that the reply to a cyclic frame built
+    // before a rebuild is not charged to the new list's head.
+    unsigned readListGeneration;
+    unsigned inFlightGeneration;
     int writeBurst;
     int onceBurst;
     int scanPosition;

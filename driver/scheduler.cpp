@@ -61,6 +61,7 @@ void serveCyclic(Builder build)
     if (Ethernetcontains(list.first().station))
         return;
     build(&list.first());
+    d.inFlightGeneration = d.readListGeneration;
     // An entry without a frame goes to the back instead of holding the scan.
     if (!frameBuilt())
         list.move(0, list.size() - 1);

@@ -175,6 +175,21 @@ INSTANTIATE_TEST_SUITE_P(Modes, GiveUpCleanUp,
                                            CleanUpCase{"MultiStation", 1, "7:200:1@2 7:201:1@2 1:20:1@1 1:30:1@2 -"}),
                          rowName);
 
+// A screen change while a cyclic frame is on its way: its give-up is charged
+// to the frame's own station, not to the new list's head, whose writes the
+// clean-up would otherwise discard.
+TEST_F(LoopTest, GiveUpAfterARebuildNamesTheFrameThatFailed)
+{
+    info.multiStation = 1;
+    rebuild({hostVar(AREA_VW, "5", 1, 2)});
+    ASSERT_NE(ComCommunication(), nullptr);
+    rebuild({hostVar(AREA_AM, "1", 1, 3)});
+    addWrite(write(3, 40));
+    const std::vector<Exchange> failed = FakeController{{timeout, timeout, timeout}}.run(3);
+    EXPECT_EQ(describe(failed[2].result), "7:5:1@2");
+    EXPECT_EQ(targets(FakeController().run(2)), "7:40:1@3 6:1:1@3") << "station 3's write is kept";
+}
+
 // ---- Stations switched off and on.
 
 TEST_F(LoopTest, CyclicEntriesOfOffStationsArePassedOverAndKeepTheirOrder)

@@ -139,6 +139,7 @@ int ReCreatReadVarList(QList<HOSTVAR>* vars)
     Modbus_RTU_Master& d = PLC_driver;
     DriverLock lock(&d.listMutex);
     d.readList.clear();
+    ++d.readListGeneration;
     if (vars->isEmpty())
         return 0;
 

@@ -5,6 +5,7 @@
 
 #include <gtest/gtest.h>
 
+#include <atomic>
 #include <chrono>
 #include <functional>
 #include <memory>
@@ -27,6 +28,7 @@ public:
         loop.reset(new logohost::CommLoop(api, info, *link, trace, [this](const logohost::RequestResult& r) {
             std::lock_guard<std::mutex> lock(mutex);
             results.push_back(r);
+            stamps.push_back(clock.load());
         }));
     }
     ~LoopHarness() { loop->stop(); }
@@ -65,6 +67,10 @@ public:
     std::unique_ptr<logohost::CommLoop> loop;
     std::mutex mutex;
     std::vector<logohost::RequestResult> results;
+    // A test's own event counter, read as each result arrives, so that the
+    // order of its events and the driver's results can be compared.
+    std::atomic<long> clock{0};
+    std::vector<long> stamps;
 };
 
 inline ComInfo defaultSettings()

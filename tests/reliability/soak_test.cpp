@@ -2,7 +2,8 @@
 // writes and one-shot reads, write and read the image, switch stations and
 // rebuild the cyclic list at random. It must end without deadlock, every
 // list within its bounds, and once the queues drain every target must hold
-// the last value written to it, unless the driver gave that write up.
+// the last value written to it, unless the driver gave that write up (or
+// discarded it with a give-up for its station, as its rules say).
 #include "loop_harness.h"
 
 #include <atomic>
@@ -26,6 +27,7 @@ struct Write {
     int target;  // VW register (area 7) or AM element (area 6) + 1000
     int value;
     int id;
+    long queuedAt;  // the harness clock when queued
 };
 
 struct Figures {
@@ -52,7 +54,7 @@ void worker(int w, LoopHarness& h, const std::atomic<bool>& stop, Figures& figur
             bytes.append(static_cast<char>(value & 0xFF)).append(static_cast<char>(value >> 8));
             if (h.api.setRegisterData(QString(), AREA_VW, QString::number(reg), STATION, bytes, 1, WRITER, id) > QUEUE_CAPACITY)
                 overflow = true;
-            log->push_back({reg, value, id});
+            log->push_back({reg, value, id, ++h.clock});
             ++figures.writesQueued;
             break;
         }
@@ -70,7 +72,7 @@ void worker(int w, LoopHarness& h, const std::atomic<bool>& stop, Figures& figur
             var.value.append(static_cast<char>(value & 0xFF)).append(static_cast<char>(value >> 8));
             if (h.api.addWrite(&var, 0) > QUEUE_CAPACITY)
                 overflow = true;
-            log->push_back({1000 + var.address, value, var.sourceId});
+            log->push_back({1000 + var.address, value, var.sourceId, ++h.clock});
             ++figures.writesQueued;
             break;
         }
@@ -100,10 +102,17 @@ void worker(int w, LoopHarness& h, const std::atomic<bool>& stop, Figures& figur
             break;
         default: {
             QList<HOSTVAR> vars;
+            // The written station is only ever read inside the controller's
+            // map, so none of its requests is given up; the other station
+            // is read anywhere, in any area.
             for (int n = pick(0, 12); n > 0; --n) {
-                const bool scratch = pick(0, 1);
-                vars.append(h.hostVar(pick(0, 7), "1", pick(1, 30), scratch ? SCRATCH_STATION : STATION));
-                vars.last().addressText = QString::number(scratch ? pick(0, 70000) : pick(1, 8));
+                if (pick(0, 1)) {
+                    vars.append(h.hostVar(pick(0, 7), "1", pick(1, 30), SCRATCH_STATION));
+                    vars.last().addressText = QString::number(pick(0, 70000));
+                } else {
+                    vars.append(h.hostVar(AREA_VW, "1", pick(1, 20), STATION));
+                    vars.last().addressText = QString::number(pick(0, 400));
+                }
             }
             h.api.rebuildReadList(&vars);
             ++figures.rebuilds;
@@ -117,7 +126,7 @@ TEST(Soak, WritesSurviveBusyHostThreads)
     ComInfo settings = defaultSettings();
     settings.multiStation = 1;
     settings.retryLimit = 3;
-    LoopHarness h(settings, std::chrono::milliseconds(2000));
+    LoopHarness h(settings, std::chrono::milliseconds(5000));
     h.loop->start();
 
     std::atomic<bool> stop{false}, overflow{false};
@@ -135,37 +144,56 @@ TEST(Soak, WritesSurviveBusyHostThreads)
     EXPECT_FALSE(overflow) << "a list grew past its capacity";
 
     // The write queue is served in order: once a write queued last has its
-    // result, every write before it has been sent, merged or given up.
+    // result, every write before it has been sent, merged or given up. A
+    // give-up may take the barrier with it, so it is queued again if need be.
     h.api.enableStation(-1, 1);
-    QByteArray barrier(2, '\0');
-    h.api.setRegisterData(QString(), AREA_VW, QStringLiteral("400"), STATION, barrier, 1, WRITER, BARRIER_ID);
-    ASSERT_TRUE(h.waitFor([](const std::vector<logohost::RequestResult>& r) {
-        for (const auto& result : r)
-            if (result.sourceId == BARRIER_ID && result.rwType == 1)
-                return true;
-        return false;
-    }, std::chrono::seconds(60))) << "the write queue did not drain";
+    bool drained = false;
+    for (int attempt = 0; attempt < 3 && !drained; ++attempt) {
+        const int barrier = BARRIER_ID + attempt;
+        h.api.setRegisterData(QString(), AREA_VW, QStringLiteral("400"), STATION, QByteArray(2, '\0'), 1, WRITER, barrier);
+        drained = h.waitFor([barrier](const std::vector<logohost::RequestResult>& r) {
+            for (const auto& result : r)
+                if (result.sourceId == barrier && result.rwType == 1 && result.returnCode != RC_RETRYING)
+                    return true;
+            return false;
+        }, std::chrono::seconds(30));
+    }
+    ASSERT_TRUE(drained) << "the write queue did not drain";
     h.loop->stop();
 
-    std::map<int, int> outcome;  // write id -> its final code
-    for (const auto& r : h.results)
+    // What the driver reported: each write's final code, and when the last
+    // request for the written station was given up. A give-up discards every
+    // write then waiting for that station, without a result of its own.
+    std::map<int, int> outcome;
+    long lastGiveUp = 0;
+    for (size_t i = 0; i < h.results.size(); ++i) {
+        const logohost::RequestResult& r = h.results[i];
         if (r.rwType == 1 && r.sourceType == WRITER && r.returnCode != RC_RETRYING)
             outcome[r.sourceId] = r.returnCode;
-    long written = 0, givenUp = 0, superseded = 0, checked = 0;
+        if (r.failCallback && r.station == STATION)
+            lastGiveUp = h.stamps[i];
+    }
+    long written = 0, givenUp = 0, discarded = 0, superseded = 0, checked = 0;
     for (const std::vector<Write>& log : logs) {
         std::map<int, const Write*> last;
         for (const Write& write : log) {
             const auto found = outcome.find(write.id);
-            if (found == outcome.end())
-                ++superseded;  // merged into a newer write to the same target
-            else
+            if (found != outcome.end())
                 ++(found->second == RC_LOCAL_OK ? written : givenUp);
+            else if (write.queuedAt <= lastGiveUp)
+                ++discarded;
+            else
+                ++superseded;  // merged into a newer write to the same target
             last[write.target] = &write;
         }
         for (const auto& entry : last) {
             const Write& write = *entry.second;
             const auto found = outcome.find(write.id);
-            ASSERT_NE(found, outcome.end()) << "the last write to a target got no result";
+            if (found == outcome.end()) {
+                EXPECT_LE(write.queuedAt, lastGiveUp) << "the last write to target " << write.target
+                                                      << " was lost without a give-up";
+                continue;
+            }
             if (found->second != RC_LOCAL_OK)
                 continue;
             const int address = write.target >= 1000 ? 528 + write.target - 1001 : write.target;
@@ -174,13 +202,14 @@ TEST(Soak, WritesSurviveBusyHostThreads)
             ++checked;
         }
     }
-    EXPECT_EQ(figures.writesQueued, written + givenUp + superseded);
-    EXPECT_EQ(0, givenUp) << "the controller answered every write";
+    EXPECT_EQ(figures.writesQueued, written + givenUp + discarded + superseded);
+    EXPECT_GT(checked, 0);
     const auto& counters = h.loop->counters();
-    std::printf("soak: %.1f s, writes queued %ld = written %ld + merged %ld + given up %ld; %ld targets checked; "
+    std::printf("soak: %.1f s, writes queued %ld = written %ld + merged %ld + given up %ld + discarded with a give-up %ld; "
+                "%ld targets checked; "
                 "one-shot reads %ld, image reads %ld, station switches %ld, rebuilds %ld; frames %llu, replies %llu, "
                 "requests given up %llu\n",
-                soakSeconds(), figures.writesQueued.load(), written, superseded, givenUp, checked,
+                soakSeconds(), figures.writesQueued.load(), written, superseded, givenUp, discarded, checked,
                 figures.onceReads.load(), figures.imageReads.load(), figures.stationSwitches.load(),
                 figures.rebuilds.load(), static_cast<unsigned long long>(counters.frames.load()),
                 static_cast<unsigned long long>(counters.replies.load()),
