@@ -59,7 +59,14 @@ TEST_P(LinkFault, GivesUpAsDocumentedThenResumes)
         EXPECT_EQ(AREA_VW, h.results[2].area);
     }
 
+    // A request answered before the fault was lifted may still be given up,
+    // and a give-up on one controller discards every pending write: queue
+    // the write only once the link answers well again.
     h.sim.setFaults({});
+    const size_t before = h.resultCount();
+    ASSERT_TRUE(h.waitFor([before](const std::vector<logohost::RequestResult>& r) {
+        return r.size() > before && r.back().returnCode == RC_LOCAL_OK;
+    })) << "no good reply after the fault was lifted";
     h.sim.setWord(1, logosim::Table::HoldingRegister, 1, 4321);
     const int id = 77;
     QByteArray value;
@@ -99,7 +106,7 @@ TEST(ControllerOutage, ScanResumesAfterTheControllerComesBack)
     ASSERT_TRUE(h.waitFor([](const std::vector<logohost::RequestResult>& r) {
         return !r.empty() && r.back().returnCode == RC_LOCAL_NO_REPLY + 1 && r.back().failCallback;
     })) << "an outage must end in a no-reply give-up";
-    const size_t before = h.results.size();
+    const size_t before = h.resultCount();
     std::string error;
     ASSERT_TRUE(h.sim.resume(&error)) << error;
     h.sim.setWord(1, logosim::Table::HoldingRegister, 528, 99);

@@ -49,6 +49,12 @@ public:
         return false;
     }
 
+    size_t resultCount()
+    {
+        std::lock_guard<std::mutex> lock(mutex);
+        return results.size();
+    }
+
     HOSTVAR hostVar(int area, const char* address, int count, int station = 1)
     {
         HOSTVAR v = HOSTVAR();
