@@ -4,6 +4,7 @@
 #include <climits>
 
 #include "driver/locks.h"
+#include "driver/frame_queue.h"
 #include "driver/modbus_rtu_master.h"
 #include "image/reply_store.h"
 
@@ -18,8 +19,6 @@ void countUp(int* counter)
     if (*counter < INT_MAX)
         ++*counter;
 }
-
-const Protocol& inFlight() { return PLC_driver.frameQueue.first(); }
 
 // The single length check shared by both areas: kinds are (ok, neither read
 // nor write, no reply, wrong length) offset by 0 locally, 4 remotely.

@@ -1,6 +1,7 @@
 #include "host/commands.h"
 
 #include <algorithm>
+#include <cstdio>
 
 #include "host/value_codec.h"
 
@@ -28,6 +29,15 @@ bool parseVariables(const Options& options, std::vector<Variable>* out, std::str
     }
     *out = variables;
     return true;
+}
+
+bool parseVariablesOrReport(const Options& options, std::vector<Variable>* out)
+{
+    std::string error;
+    if (parseVariables(options, out, &error))
+        return true;
+    std::fprintf(stderr, "logohost: %s\n", error.c_str());
+    return false;
 }
 
 bool checkCommandArguments(const Options& options, std::string* error)

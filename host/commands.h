@@ -35,6 +35,8 @@ int runRead(CommandContext& context);
 int runWrite(CommandContext& context);
 
 bool parseVariables(const Options& options, std::vector<Variable>* out, std::string* error);
+// The same for a command: a bad variable is reported on stderr.
+bool parseVariablesOrReport(const Options& options, std::vector<Variable>* out);
 // Every variable or VAR=VALUE of the command, checked before any I/O starts.
 bool checkCommandArguments(const Options& options, std::string* error);
 

@@ -100,11 +100,8 @@ int runRead(CommandContext& context)
 {
     const Options& options = context.options;
     std::vector<Variable> variables;
-    std::string error;
-    if (!parseVariables(options, &variables, &error)) {
-        std::fprintf(stderr, "logohost: %s\n", error.c_str());
+    if (!parseVariablesOrReport(options, &variables))
         return kExitUsage;
-    }
     ScanState state(context.api, variables, options.multiStation, options.station);
     Communication communication(
         context, [&state](const RequestResult& result) { state.onResult(result); },

@@ -82,11 +82,8 @@ int runWatch(CommandContext& context)
 {
     const Options& options = context.options;
     std::vector<Variable> variables;
-    std::string error;
-    if (!parseVariables(options, &variables, &error)) {
-        std::fprintf(stderr, "logohost: %s\n", error.c_str());
+    if (!parseVariablesOrReport(options, &variables))
         return kExitUsage;
-    }
     const bool terminal = isatty(STDOUT_FILENO) == 1;
     EventLog events(terminal);
     ScanState state(context.api, variables, options.multiStation, options.station);

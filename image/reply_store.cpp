@@ -1,13 +1,12 @@
 #include "image/reply_store.h"
 
+#include "driver/frame_queue.h"
 #include "driver/modbus_rtu_master.h"
 #include "image/bounds.h"
 #include "modbus/areas.h"
 #include "image/station_image.h"
 
 namespace {
-
-const Protocol& inFlight() { return PLC_driver.frameQueue.first(); }
 
 unsigned char replyByte(const QByteArray* reply, int i) { return static_cast<unsigned char>(reply->at(i)); }
 
