@@ -220,9 +220,8 @@ int runSimulatorMain(int argc, char** argv)
     struct sigaction action {};
     action.sa_handler = onStopSignal;
     sigemptyset(&action.sa_mask);
-    struct sigaction oldInt {}, oldTerm {};
-    sigaction(SIGINT, &action, &oldInt);
-    sigaction(SIGTERM, &action, &oldTerm);
+    sigaction(SIGINT, &action, nullptr);
+    sigaction(SIGTERM, &action, nullptr);
 
     Simulator sim(options);
     const bool started = sim.start(&error);
@@ -233,8 +232,10 @@ int runSimulatorMain(int argc, char** argv)
     } else {
         std::cerr << "sim: " << error << std::endl;
     }
-    sigaction(SIGINT, &oldInt, nullptr);
-    sigaction(SIGTERM, &oldTerm, nullptr);
+    // The handlers stay until the process ends: a stop signal often comes
+    // twice (to the process and to its group), and a second one during the
+    // shutdown must not kill it half-way. Once the pipe is closed the
+    // handler's write simply fails.
     for (int& fd : signalPipe) {
         ::close(fd);
         fd = -1;

@@ -37,7 +37,9 @@ std::string readLine(FILE* out)
 // standard error goes to a file that much --trace output cannot fill up.
 FILE* start(const std::vector<std::string>& argv, const std::string& errPath)
 {
-    std::string command = "echo $$; exec timeout -s KILL 40";
+    // --foreground: a signal the test sends reaches the program once, not
+    // again through its process group.
+    std::string command = "echo $$; exec timeout --foreground -s KILL 40";
     for (const std::string& arg : argv)
         command += " '" + arg + "'";
     return popen((command + " </dev/null 2>" + errPath).c_str(), "r");
