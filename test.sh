@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
 # Installs what is missing, builds, and runs every test: the plain build,
-# the same suite under AddressSanitizer with UndefinedBehaviorSanitizer, the
+# the same suite built for the panels' 32-bit ARM and run under qemu-arm,
+# the suite under AddressSanitizer with UndefinedBehaviorSanitizer, the
 # concurrency tests (stress, soak, link faults) under ThreadSanitizer, and a
 # short bounded run of every fuzzer.
 set -euo pipefail
@@ -19,6 +20,9 @@ echo "== Build and tests"
 configure build -DLOGO_BUILD_TESTS=ON
 cmake --build build -j2
 ctest --test-dir build -j2 --output-on-failure --timeout 300
+
+echo "== The same suite for armhf, under qemu-arm"
+scripts/armhf.sh
 
 echo "== Tests under AddressSanitizer and UndefinedBehaviorSanitizer"
 configure build-asan -DLOGO_BUILD_TESTS=ON -DLOGO_SANITIZER=address -DCMAKE_BUILD_TYPE=Debug

@@ -16,7 +16,7 @@ function(logo_driver_component name)
   target_include_directories(${name} PUBLIC ${PROJECT_SOURCE_DIR} ${PROJECT_SOURCE_DIR}/include)
   target_compile_definitions(${name} PUBLIC LOGO_BUILDING_DRIVER QT_NO_KEYWORDS)
   target_compile_options(${name} PRIVATE -Wall -Wextra -Werror)
-  target_link_libraries(${name} PUBLIC Qt5::Core)
+  target_link_libraries(${name} PUBLIC ${LOGO_QT_CORE})
   set(LOGO_DRIVER_COMPONENTS ${LOGO_DRIVER_COMPONENTS} ${name} CACHE INTERNAL "")
 endfunction()
 
@@ -28,7 +28,7 @@ function(logo_driver_library)
 
   # The file a host loads. Only the interface marked LOGO_EXPORT is visible.
   add_library(logo_modbus_tcp SHARED ${objects})
-  target_link_libraries(logo_modbus_tcp PRIVATE Qt5::Core)
+  target_link_libraries(logo_modbus_tcp PRIVATE ${LOGO_QT_CORE})
   target_link_options(logo_modbus_tcp PRIVATE -Wl,--exclude-libs,ALL)
   if(LOGO_SANITIZER STREQUAL "" AND NOT LOGO_BUILD_FUZZERS)
     # Sanitizer runtimes come with the executable, so only a plain build
@@ -42,5 +42,5 @@ function(logo_driver_library)
   # The same code for in-process tests and benchmarks.
   add_library(logo_driver_static STATIC ${objects})
   target_include_directories(logo_driver_static PUBLIC ${PROJECT_SOURCE_DIR} ${PROJECT_SOURCE_DIR}/include)
-  target_link_libraries(logo_driver_static PUBLIC Qt5::Core)
+  target_link_libraries(logo_driver_static PUBLIC ${LOGO_QT_CORE})
 endfunction()

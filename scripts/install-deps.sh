@@ -3,15 +3,19 @@
 #   scripts/install-deps.sh run    compiler, CMake, Qt 5 core, libmodbus
 #   scripts/install-deps.sh test   the above plus GoogleTest, Google Benchmark,
 #                                  valgrind and clang (sanitizers, libFuzzer)
+#   scripts/install-deps.sh armhf  the run set plus GoogleTest, the armhf cross
+#                                  compiler and qemu-arm
 set -euo pipefail
 
 run_packages=(g++ make cmake pkg-config binutils qtbase5-dev libmodbus-dev)
-test_packages=(libgtest-dev libbenchmark-dev valgrind clang libclang-rt-14-dev g++-multilib)
+test_packages=(libgtest-dev libbenchmark-dev valgrind clang libclang-rt-14-dev)
+armhf_packages=(libgtest-dev g++-arm-linux-gnueabihf qemu-user file)
 
 case "${1:-run}" in
   run) wanted=("${run_packages[@]}") ;;
   test) wanted=("${run_packages[@]}" "${test_packages[@]}") ;;
-  *) echo "install-deps.sh: unknown set '$1' (expected run or test)" >&2; exit 2 ;;
+  armhf) wanted=("${run_packages[@]}" "${armhf_packages[@]}") ;;
+  *) echo "install-deps.sh: unknown set '$1' (expected run, test or armhf)" >&2; exit 2 ;;
 esac
 
 missing=()

@@ -26,7 +26,7 @@ const std::set<std::string> kExported = {
 std::set<std::string> definedDynamicSymbols(const char* path)
 {
     std::set<std::string> names;
-    FILE* pipe = popen((std::string("nm -D --defined-only '") + path + "'").c_str(), "r");
+    FILE* pipe = popen((std::string(LOGO_NM) + " -D --defined-only '" + path + "'").c_str(), "r");
     char line[512], type[8], name[400];
     unsigned long long address;
     while (pipe && fgets(line, sizeof line, pipe))

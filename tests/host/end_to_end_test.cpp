@@ -7,6 +7,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <cstdlib>
 #include <cstring>
 #include <fstream>
 #include <map>
@@ -32,24 +33,38 @@ std::string readLine(FILE* out)
     return fgets(text, sizeof text, out) ? std::string(text, std::strcspn(text, "\n")) : "";
 }
 
-// Through the shell, which first prints its pid, the one to signal. A run
-// past the limit is killed, so a hung host fails its test and does not linger;
-// standard error goes to a file that much --trace output cannot fill up.
-FILE* start(const std::vector<std::string>& argv, const std::string& errPath)
+std::string fromEnvironment(const char* name, const char* builtIn)
+{
+    const char* value = std::getenv(name);
+    return value ? value : builtIn;
+}
+
+// The host and driver of this build, unless the environment names another
+// build's: a cross-built host then runs under its emulator (the launcher, a
+// shell-quoted command prefix) against this build's simulator.
+const std::string kHost = fromEnvironment("LOGOHOST_PATH", LOGOHOST_PATH);
+const std::string kDriver = fromEnvironment("LOGO_DRIVER_PATH", LOGO_DRIVER_PATH);
+const std::string kLauncher = fromEnvironment("LOGOHOST_LAUNCHER", LOGOHOST_LAUNCHER);
+
+// logohost with these arguments, through the shell, which first prints its
+// pid, the one to signal. A run past the limit is killed, so a hung host
+// fails its test and does not linger; standard error goes to a file that much
+// --trace output cannot fill up.
+FILE* startHost(const std::vector<std::string>& args, const std::string& errPath)
 {
     // --foreground: a signal the test sends reaches the program once, not
     // again through its process group.
-    std::string command = "echo $$; exec timeout --foreground -s KILL 40";
-    for (const std::string& arg : argv)
+    std::string command = "echo $$; exec timeout --foreground -s KILL 40 " + kLauncher + " '" + kHost + "'";
+    for (const std::string& arg : args)
         command += " '" + arg + "'";
     return popen((command + " </dev/null 2>" + errPath).c_str(), "r");
 }
 
-Exit runCommand(const std::vector<std::string>& argv)
+Exit runHost(const std::vector<std::string>& args)
 {
     char errPath[] = "/tmp/logohost-test-XXXXXX";
     close(mkstemp(errPath));
-    FILE* out = start(argv, errPath);
+    FILE* out = startHost(args, errPath);
     readLine(out);
     Exit result{-1, "", ""};
     char chunk[4096];
@@ -116,10 +131,10 @@ protected:
 
     Exit host(std::vector<std::string> args, bool remote = false, const char* timeout = "0.3")
     {
-        args.insert(args.begin(), {LOGOHOST_PATH, "--plc", plc_, "--driver", LOGO_DRIVER_PATH, "--timeout", timeout});
+        args.insert(args.begin(), {"--plc", plc_, "--driver", kDriver, "--timeout", timeout});
         if (remote)
             args.push_back("--remote-mode");
-        return runCommand(args);
+        return runHost(args);
     }
 
     // Three areas make three requests whose replies are all of one length, so
@@ -295,7 +310,7 @@ TEST_F(EndToEnd, DeadStationIsSwitchedOffWhileOthersGoOn)
 
 TEST_F(EndToEnd, SimCommandServesTheHost)
 {
-    FILE* sim = start({LOGOHOST_PATH, "sim", "--listen", "127.0.0.1:0"}, "/dev/null");
+    FILE* sim = startHost({"sim", "--listen", "127.0.0.1:0"}, "/dev/null");
     const pid_t pid = std::stoi(readLine(sim));
     const std::string line = readLine(sim);
     const std::string prefix = "LOGO! simulator listening on ";
@@ -309,7 +324,7 @@ TEST_F(EndToEnd, SimCommandServesTheHost)
 
 TEST_F(EndToEnd, StartsTheBuiltInSimulatorWithoutPlc)
 {
-    const Exit run = runCommand({LOGOHOST_PATH, "--driver", LOGO_DRIVER_PATH, "read", "VW0:2", "--format", "csv"});
+    const Exit run = runHost({"--driver", kDriver, "read", "VW0:2", "--format", "csv"});
     EXPECT_EQ(run.code, 0) << run.err;
     EXPECT_EQ(run.err.rfind("logohost: no --plc given, using the built-in LOGO! simulator on 127.0.0.1:", 0), 0u)
         << run.err;

@@ -1,0 +1,87 @@
+#!/usr/bin/env bash
+# Builds the driver, the reference host, the simulator and the whole test
+# suite for the panels' 32-bit ARM (armhf, hard float, glibc), and runs the
+# suite under qemu-arm. The end-to-end cases run twice: all-armhf under the
+# emulator, and the armhf host under the emulator against this machine's
+# native simulator.
+#
+# The sysroot (sysroot-armhf/, or $LOGO_ARMHF_SYSROOT) is made from Debian's
+# armhf packages, fetched with apt-get download into a private package index
+# and unpacked with dpkg -x, so the machine's own dpkg never learns of armhf.
+# It is kept and reused while its package list is unchanged.
+set -euo pipefail
+cd "$(dirname "$0")/.."
+here=$(pwd)
+sysroot=${LOGO_ARMHF_SYSROOT:-$here/sysroot-armhf}
+build=build-armhf
+triplet=arm-linux-gnueabihf
+
+# QtCore and what it links, the C and C++ runtimes the emulator loads, and
+# what the tools and tests link.
+packages=(libc6 libgcc-s1 libstdc++6
+          libqt5core5a qtbase5-dev qt5-qmake
+          zlib1g libzstd1 libdouble-conversion3 libicu72 libpcre2-16-0 libpcre2-8-0 libglib2.0-0
+          libmodbus5 libmodbus-dev libgtest-dev libgmock-dev)
+
+make_sysroot() {
+  local wanted="${packages[*]}"
+  if [ -f "$sysroot/.packages" ] && [ "$(cat "$sysroot/.packages")" = "$wanted" ]; then
+    echo "Reusing the armhf sysroot in $sysroot"
+    return
+  fi
+  echo "Making the armhf sysroot in $sysroot from ${#packages[@]} Debian packages"
+  local apt_dir
+  apt_dir=$(mktemp -d)
+  trap 'rm -rf "$apt_dir"' RETURN
+  mkdir -p "$apt_dir/lists/partial" "$apt_dir/cache/archives/partial" "$apt_dir/debs"
+  : >"$apt_dir/status"
+  local apt=(-o "Dir::State::Lists=$apt_dir/lists" -o "Dir::Cache=$apt_dir/cache"
+             -o "Dir::State::status=$apt_dir/status" -o APT::Architecture=armhf
+             -o APT::Architectures::=armhf -o APT::Sandbox::User=root)
+  # An index that lags behind (armhf security, typically) only costs its
+  # updates; the download below fails if a package cannot be had at all.
+  apt-get "${apt[@]}" update -qq || echo "apt-get update reported a problem; downloading anyway" >&2
+  (cd "$apt_dir/debs" && apt-get "${apt[@]}" download -qq "${packages[@]}")
+  rm -rf "$sysroot"
+  mkdir -p "$sysroot"
+  for deb in "$apt_dir"/debs/*.deb; do
+    dpkg -x "$deb" "$sysroot"
+  done
+  # Qt's CMake files insist that moc and rcc exist for the target; the
+  # build machine's own serve, as nothing here needs them to run.
+  mkdir -p "$sysroot/usr/lib/qt5/bin"
+  for tool in moc rcc; do
+    ln -sf "/usr/lib/qt5/bin/$tool" "$sysroot/usr/lib/qt5/bin/$tool"
+  done
+  echo "$wanted" >"$sysroot/.packages"
+}
+
+scripts/install-deps.sh armhf
+make_sysroot
+
+echo "== Native end-to-end test, to drive the armhf host against a native simulator"
+cmake -S . -B build -DCMAKE_BUILD_TYPE=RelWithDebInfo -DLOGO_BUILD_TESTS=ON >/dev/null
+cmake --build build -j2 --target host_end_to_end_test logo_modbus_tcp
+
+echo "== armhf build"
+cmake -S . -B "$build" -DCMAKE_BUILD_TYPE=RelWithDebInfo -DCMAKE_TOOLCHAIN_FILE=cmake/armhf-toolchain.cmake \
+  -DLOGO_ARMHF_SYSROOT="$sysroot" -DLOGO_BUILD_TESTS=ON \
+  -DLOGO_NATIVE_END_TO_END_TEST="$here/build/tests/host/host_end_to_end_test" >/dev/null
+cmake --build "$build" -j2
+
+library=$build/liblogo_modbus_tcp.so
+file -b "$library"
+defined_names() { "$1" -D --defined-only "$2" | awk '{print $3}' | sort; }
+if ! diff <(defined_names nm build/liblogo_modbus_tcp.so) <(defined_names "$triplet-nm" "$library") >/dev/null; then
+  echo "armhf.sh: the armhf library exports other names than the native one:" >&2
+  diff <(defined_names nm build/liblogo_modbus_tcp.so) <(defined_names "$triplet-nm" "$library") >&2 || true
+  exit 1
+fi
+echo "Exports: the same $(defined_names nm build/liblogo_modbus_tcp.so | wc -l) names as the native library"
+stripped=$(mktemp)
+"$triplet-strip" -o "$stripped" "$library"
+echo "Stripped size: $(stat -c %s "$stripped") bytes"
+rm -f "$stripped"
+
+echo "== armhf tests under qemu-arm"
+ctest --test-dir "$build" -j2 --output-on-failure --timeout 300
