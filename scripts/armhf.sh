@@ -40,7 +40,10 @@ make_sysroot() {
              -o APT::Architectures::=armhf -o APT::Sandbox::User=root)
   # An index that lags behind (armhf security, typically) only costs its
   # updates; the download below fails if a package cannot be had at all.
-  apt-get "${apt[@]}" update -qq || echo "apt-get update reported a problem; downloading anyway" >&2
+  if ! apt-get "${apt[@]}" update -qq >"$apt_dir/update.log" 2>&1; then
+    echo "apt-get update could not fetch every armhf index; downloading from the others. It said:" >&2
+    grep '^E: Failed to fetch' "$apt_dir/update.log" | cut -d' ' -f5- | sed 's/^/  /' >&2 || cat "$apt_dir/update.log" >&2
+  fi
   (cd "$apt_dir/debs" && apt-get "${apt[@]}" download -qq "${packages[@]}")
   rm -rf "$sysroot"
   mkdir -p "$sysroot"
