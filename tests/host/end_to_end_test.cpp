@@ -1,6 +1,6 @@
 // The real logohost binary, loading the real driver, against the simulated
-// controller: every area family written and read back in both modes, several
-// stations, exceptions, a faulty link, and a dead station.
+// controller: every area read back, and every writable one written, in both
+// modes; several stations, exceptions, a faulty link, and a dead station.
 #include <gtest/gtest.h>
 #include <modbus.h>
 #include <signal.h>
@@ -163,9 +163,11 @@ TEST_P(BothModes, WritesReachTheControllerAndEveryAreaReadsBack)
         Values readBack;
     } rows[] = {
         {"Q1:3=1,0,on", Table::Coil, 8192, {1, 0, 1}, {{"Q1", "1"}, {"Q2", "0"}, {"Q3", "1"}}},
+        {"M2:2=on,1", Table::Coil, 8257, {1, 1}, {{"M2", "1"}, {"M3", "1"}}},
         {"V10.7:2=1,1", Table::Coil, 87, {1, 1}, {{"V10.7", "1"}, {"V11.0", "1"}}},
         {"VW20:3=1,0x7FFF,65535", Table::HoldingRegister, 10, {1, 0x7FFF, 0xFFFF},
          {{"VW20", "1"}, {"VW22", "32767"}, {"VW24", "-1"}}},
+        {"AQ3=-1234", Table::HoldingRegister, 514, {0xFB2E}, {{"AQ3", "-1234"}}},
         {"AM5:2=7,-8", Table::HoldingRegister, 532, {7, 0xFFF8}, {{"AM5", "7"}, {"AM6", "-8"}}},
         {"VD40:2=-100000,1", Table::HoldingRegister, 20, {0xFFFE, 0x7960, 0, 1},
          {{"VD40", "-100000"}, {"VD44", "1"}}},
