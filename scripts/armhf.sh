@@ -75,12 +75,14 @@ cmake --build "$build" -j2
 library=$build/liblogo_modbus_tcp.so
 file -b "$library"
 defined_names() { "$1" -D --defined-only "$2" | awk '{print $3}' | sort; }
-if ! diff <(defined_names nm build/liblogo_modbus_tcp.so) <(defined_names "$triplet-nm" "$library") >/dev/null; then
-  echo "armhf.sh: the armhf library exports other names than the native one:" >&2
-  diff <(defined_names nm build/liblogo_modbus_tcp.so) <(defined_names "$triplet-nm" "$library") >&2 || true
+native_names=$(defined_names nm build/liblogo_modbus_tcp.so)
+armhf_names=$(defined_names "$triplet-nm" "$library")
+if [ "$native_names" != "$armhf_names" ]; then
+  echo "armhf.sh: the armhf library exports other names than the native one (< native, > armhf):" >&2
+  diff <(echo "$native_names") <(echo "$armhf_names") >&2 || true
   exit 1
 fi
-echo "Exports: the same $(defined_names nm build/liblogo_modbus_tcp.so | wc -l) names as the native library"
+echo "Exports: the same $(echo "$native_names" | wc -l) names as the native library"
 stripped=$(mktemp)
 "$triplet-strip" -o "$stripped" "$library"
 echo "Stripped size: $(stat -c %s "$stripped") bytes"
