@@ -5,8 +5,8 @@
 #include <cstdio>
 #include <cstdlib>
 
-#include "host/driver_api.h"
-#include "host/tcp_link.h"
+#include "host/binding/driver_api.h"
+#include "host/link/tcp_link.h"
 #include "round_trips.h"
 
 namespace {

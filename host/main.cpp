@@ -1,13 +1,13 @@
 // logohost: the reference host of the LOGO! Modbus TCP driver.
 #include <cstdio>
 
-#include "host/cli_options.h"
-#include "host/commands.h"
-#include "host/driver_api.h"
-#include "host/embedded_sim.h"
-#include "host/interrupt.h"
-#include "host/tcp_link.h"
-#include "host/trace.h"
+#include "host/commands/cli_options.h"
+#include "host/commands/commands.h"
+#include "host/binding/driver_api.h"
+#include "host/commands/embedded_sim.h"
+#include "host/commands/interrupt.h"
+#include "host/link/tcp_link.h"
+#include "host/link/trace.h"
 
 namespace {
 

@@ -4,7 +4,7 @@
 #include <string>
 #include <vector>
 
-#include "host/cli_options.h"
+#include "host/commands/cli_options.h"
 
 namespace {
 

@@ -4,7 +4,7 @@
 
 #include <vector>
 
-#include "host/reply_words.h"
+#include "host/notation/reply_words.h"
 
 namespace {
 

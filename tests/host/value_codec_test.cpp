@@ -1,7 +1,7 @@
 // Values as typed by an operator, as printed, and as the driver carries them.
 #include <gtest/gtest.h>
 
-#include "host/value_codec.h"
+#include "host/notation/value_codec.h"
 
 namespace {
 

@@ -2,7 +2,7 @@
 // address texts.
 #include <gtest/gtest.h>
 
-#include "host/variable_notation.h"
+#include "host/notation/variable_notation.h"
 
 namespace {
 

@@ -13,7 +13,7 @@
 #include <thread>
 #include <vector>
 
-#include "host/comm_loop.h"
+#include "host/binding/comm_loop.h"
 #include "sim/simulator.h"
 
 class LoopHarness {

@@ -10,7 +10,7 @@
 #include <chrono>
 #include <string>
 
-#include "host/trace.h"
+#include "host/link/trace.h"
 
 namespace logohost {
 

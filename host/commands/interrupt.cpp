@@ -1,4 +1,4 @@
-#include "host/interrupt.h"
+#include "host/commands/interrupt.h"
 
 #include <algorithm>
 #include <atomic>

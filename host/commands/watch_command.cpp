@@ -6,9 +6,9 @@
 #include <deque>
 #include <mutex>
 
-#include "host/commands.h"
-#include "host/interrupt.h"
-#include "host/scan_state.h"
+#include "host/commands/commands.h"
+#include "host/commands/interrupt.h"
+#include "host/binding/scan_state.h"
 
 namespace logohost {
 namespace {

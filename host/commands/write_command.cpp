@@ -4,10 +4,10 @@
 #include <mutex>
 #include <set>
 
-#include "host/commands.h"
-#include "host/interrupt.h"
-#include "host/reply_words.h"
-#include "host/value_codec.h"
+#include "host/commands/commands.h"
+#include "host/commands/interrupt.h"
+#include "host/notation/reply_words.h"
+#include "host/notation/value_codec.h"
 
 namespace logohost {
 namespace {

@@ -1,4 +1,4 @@
-#include "host/embedded_sim.h"
+#include "host/commands/embedded_sim.h"
 
 #include "sim/simulator.h"
 

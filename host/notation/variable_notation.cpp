@@ -1,4 +1,4 @@
-#include "host/variable_notation.h"
+#include "host/notation/variable_notation.h"
 
 #include <cctype>
 

@@ -1,8 +1,8 @@
-#include "host/station_demotion.h"
+#include "host/binding/station_demotion.h"
 
 #include <cstdio>
 
-#include "host/reply_words.h"
+#include "host/notation/reply_words.h"
 
 namespace logohost {
 namespace {

@@ -10,9 +10,9 @@
 #include <string>
 #include <vector>
 
-#include "host/comm_loop.h"
-#include "host/driver_api.h"
-#include "host/variable_notation.h"
+#include "host/binding/comm_loop.h"
+#include "host/binding/driver_api.h"
+#include "host/notation/variable_notation.h"
 
 namespace logohost {
 

@@ -1,10 +1,10 @@
-#include "host/comm_loop.h"
+#include "host/binding/comm_loop.h"
 
 #include <csignal>
 #include <pthread.h>
 
-#include "host/reply_words.h"
-#include "host/variable_notation.h"
+#include "host/notation/reply_words.h"
+#include "host/notation/variable_notation.h"
 
 namespace logohost {
 namespace {

@@ -8,9 +8,9 @@
 #include <functional>
 #include <thread>
 
-#include "host/driver_api.h"
-#include "host/tcp_link.h"
-#include "host/trace.h"
+#include "host/binding/driver_api.h"
+#include "host/link/tcp_link.h"
+#include "host/link/trace.h"
 
 namespace logohost {
 

@@ -1,4 +1,4 @@
-#include "host/reply_words.h"
+#include "host/notation/reply_words.h"
 
 #include <cstdio>
 

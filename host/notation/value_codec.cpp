@@ -1,4 +1,4 @@
-#include "host/value_codec.h"
+#include "host/notation/value_codec.h"
 
 #include <cctype>
 #include <cstdlib>

@@ -1,8 +1,8 @@
-#include "host/scan_state.h"
+#include "host/binding/scan_state.h"
 
-#include "host/reply_words.h"
-#include "host/trace.h"
-#include "host/value_codec.h"
+#include "host/notation/reply_words.h"
+#include "host/link/trace.h"
+#include "host/notation/value_codec.h"
 
 namespace logohost {
 

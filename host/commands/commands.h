@@ -8,14 +8,14 @@
 #include <string>
 #include <vector>
 
-#include "host/cli_options.h"
-#include "host/comm_loop.h"
-#include "host/driver_api.h"
-#include "host/output_format.h"
-#include "host/station_demotion.h"
-#include "host/tcp_link.h"
-#include "host/trace.h"
-#include "host/variable_notation.h"
+#include "host/commands/cli_options.h"
+#include "host/binding/comm_loop.h"
+#include "host/binding/driver_api.h"
+#include "host/commands/output_format.h"
+#include "host/binding/station_demotion.h"
+#include "host/link/tcp_link.h"
+#include "host/link/trace.h"
+#include "host/notation/variable_notation.h"
 
 namespace logohost {
 

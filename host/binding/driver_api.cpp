@@ -1,4 +1,4 @@
-#include "host/driver_api.h"
+#include "host/binding/driver_api.h"
 
 #include <dlfcn.h>
 #include <limits.h>

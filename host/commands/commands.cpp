@@ -1,9 +1,9 @@
-#include "host/commands.h"
+#include "host/commands/commands.h"
 
 #include <algorithm>
 #include <cstdio>
 
-#include "host/value_codec.h"
+#include "host/notation/value_codec.h"
 
 namespace logohost {
 namespace {

@@ -6,8 +6,8 @@
 #include <string>
 #include <vector>
 
-#include "host/cli_options.h"
-#include "host/scan_state.h"
+#include "host/commands/cli_options.h"
+#include "host/binding/scan_state.h"
 
 namespace logohost {
 

@@ -1,9 +1,9 @@
-#include "host/output_format.h"
+#include "host/commands/output_format.h"
 
 #include <algorithm>
 #include <cstdio>
 
-#include "host/trace.h"
+#include "host/link/trace.h"
 
 namespace logohost {
 namespace {

@@ -1,10 +1,10 @@
 // `read`: one full scan of the variables, then print them.
 #include <cstdio>
 
-#include "host/commands.h"
-#include "host/interrupt.h"
-#include "host/reply_words.h"
-#include "host/scan_state.h"
+#include "host/commands/commands.h"
+#include "host/commands/interrupt.h"
+#include "host/notation/reply_words.h"
+#include "host/binding/scan_state.h"
 
 namespace logohost {
 namespace {

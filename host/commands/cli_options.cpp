@@ -1,4 +1,4 @@
-#include "host/cli_options.h"
+#include "host/commands/cli_options.h"
 
 #include <cctype>
 #include <cerrno>

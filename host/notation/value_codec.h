@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "host/variable_notation.h"
+#include "host/notation/variable_notation.h"
 
 namespace logohost {
 

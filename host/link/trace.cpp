@@ -1,11 +1,11 @@
-#include "host/trace.h"
+#include "host/link/trace.h"
 
 #include <chrono>
 #include <cstdint>
 #include <cstdio>
 #include <ctime>
 
-#include "host/reply_words.h"
+#include "host/notation/reply_words.h"
 
 namespace logohost {
 

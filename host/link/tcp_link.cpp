@@ -1,4 +1,4 @@
-#include "host/tcp_link.h"
+#include "host/link/tcp_link.h"
 
 #include <fcntl.h>
 #include <netdb.h>

@@ -8,8 +8,8 @@
 #include <map>
 #include <string>
 
-#include "host/comm_loop.h"
-#include "host/driver_api.h"
+#include "host/binding/comm_loop.h"
+#include "host/binding/driver_api.h"
 
 namespace logohost {
 
