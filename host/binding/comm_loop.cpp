@@ -18,9 +18,19 @@ thread_local bool t_failCallbackFired = false;
 
 }  // namespace
 
-CommLoop::CommLoop(const DriverApi& api, ComInfo& info, TcpLink& link, Trace& trace, ResultSink sink, Tick tick)
-    : api_(api), info_(info), link_(link), trace_(trace), sink_(std::move(sink)), tick_(std::move(tick))
+CommLoop::CommLoop(const DriverApi& api, ComInfo& info, TcpLink& link, Trace& trace, ResultSink sink, Tick tick,
+                   ReadDoneSink readDone)
+    : api_(api),
+      info_(info),
+      link_(link),
+      trace_(trace),
+      sink_(std::move(sink)),
+      tick_(std::move(tick)),
+      readDone_(std::move(readDone))
 {
+    // The driver hands hostContext back to the read-done callback: it is how
+    // the callback finds this loop.
+    info_.hostContext = reinterpret_cast<intptr_t>(this);
     api_.setComInfo(&info_);
     api_.registerCallbacks(&CommLoop::onReadDone, &CommLoop::onFail);
 }
@@ -74,6 +84,14 @@ void CommLoop::exchangeOne(const Protocol& frame)
     counters_.connections.store(static_cast<uint64_t>(link_.connections()));
     if (exchange.outcome == LinkOutcome::Stopped)
         return;
+    // A refused reply reaches the driver as no reply at all: only an empty
+    // reply is sure to be refused whatever length the frame expects, and its
+    // retry and give-up rules then apply as to any failed exchange.
+    lastRefusal_ = exchange.problem;
+    if (exchange.outcome == LinkOutcome::Refused) {
+        counters_.refused.fetch_add(1);
+        exchange.reply.clear();
+    }
     if (exchange.outcome == LinkOutcome::Reply) {
         counters_.replies.fetch_add(1);
         const int exception = modbus ? modbusExceptionCode(reinterpret_cast<const uint8_t*>(exchange.reply.constData()),
@@ -103,6 +121,7 @@ void CommLoop::exchangeOne(const Protocol& frame)
     // The driver stores scanDone atomically; a rebuild on another thread may write it.
     result.scanDone = __atomic_load_n(&info_.scanDone, __ATOMIC_RELAXED) != 0;
     result.exceptionCode = lastException_;
+    result.refusal = lastRefusal_;
     result.failCallback = t_failCallbackFired;
     if (result.returnCode != RC_RETRYING)
         lastException_ = 0;  // the request is over; its repeats kept the exception until now
@@ -119,15 +138,17 @@ void CommLoop::traceVerdict(const RequestResult& result)
         return;
     const std::string request = std::string(result.rwType == 1 ? "write " : "read ") +
                                 rangeName(result.area, result.address, result.count, result.station, info_.multiStation != 0);
-    trace_.note(request + ": " + failureText(result.returnCode, result.exceptionCode) +
+    trace_.note(request + ": " + failureText(result.returnCode, result.exceptionCode, result.refusal) +
                 (result.failCallback ? ", given up" : ""));
 }
 
 void CommLoop::onFail(QList<RW_VAR>*, int, int) { t_failCallbackFired = true; }
 
-void CommLoop::onReadDone(intptr_t, int, int, int)
+void CommLoop::onReadDone(intptr_t context, int sourceType, int sourceId, int status)
 {
-    // The host queues no one-shot reads; cyclic results arrive through DataCom.
+    const CommLoop* loop = reinterpret_cast<const CommLoop*>(context);
+    if (loop && loop->readDone_)
+        loop->readDone_(sourceType, sourceId, status);
 }
 
 }  // namespace logohost

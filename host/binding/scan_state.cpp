@@ -15,7 +15,7 @@ std::string stateText(const ElementStatus& element)
     case ElementState::Failed: break;
     }
     if (isNoReplyCode(element.returnCode))
-        return "no reply";
+        return element.refusal.empty() ? "no reply" : "refused: " + element.refusal;
     if (element.exceptionCode && isBadLengthCode(element.returnCode))
         return exceptionName(element.exceptionCode);
     return isBadLengthCode(element.returnCode) ? "wrong reply length" : "bad reply";
@@ -98,6 +98,7 @@ void ScanState::onResult(const RequestResult& result)
             status.state = ElementState::Failed;
             status.returnCode = result.returnCode;
             status.exceptionCode = result.exceptionCode;
+            status.refusal = result.refusal;
             ++status.failuresInRow;
         }
     }

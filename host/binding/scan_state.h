@@ -27,10 +27,12 @@ struct ElementStatus {
     std::string changedAt;   // wall-clock time of the last change
     int returnCode = 0;      // of the last final failure
     int exceptionCode = 0;   // Modbus exception behind it, if any
+    std::string refusal;     // why the host refused the reply behind it, if it did
     int failuresInRow = 0;
 };
 
-// "ok", "never read", "no reply", "illegal data address", "station off"
+// "ok", "never read", "no reply", "illegal data address", "station off",
+// "refused: reply from unit 2 to a request for unit 1"
 std::string stateText(const ElementStatus& element);
 
 // The cyclic list handed to the driver, one entry per variable.

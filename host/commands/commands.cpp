@@ -86,6 +86,7 @@ CounterView Communication::counters() const
     CounterView view;
     view.frames = c.frames.load();
     view.replies = c.replies.load();
+    view.refused = c.refused.load();
     view.failures = c.failures.load();
     view.connections = c.connections.load();
     return view;

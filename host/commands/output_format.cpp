@@ -32,7 +32,7 @@ std::string countersText(const CounterView& counters)
     char rate[32];
     std::snprintf(rate, sizeof rate, "%.1f", counters.framesPerSecond);
     return "frames " + std::to_string(counters.frames) + ", replies " + std::to_string(counters.replies) +
-           ", failures " + std::to_string(counters.failures) + ", connections " +
+           ", refused " + std::to_string(counters.refused) + ", failures " + std::to_string(counters.failures) + ", connections " +
            std::to_string(counters.connections) + ", " + rate + " frames/s";
 }
 
@@ -41,7 +41,7 @@ std::string jsonCounters(const CounterView& counters)
     char rate[32];
     std::snprintf(rate, sizeof rate, "%.1f", counters.framesPerSecond);
     return "\"frames\":" + std::to_string(counters.frames) + ",\"replies\":" + std::to_string(counters.replies) +
-           ",\"failures\":" + std::to_string(counters.failures) + ",\"connections\":" +
+           ",\"refused\":" + std::to_string(counters.refused) + ",\"failures\":" + std::to_string(counters.failures) + ",\"connections\":" +
            std::to_string(counters.connections) + ",\"frames_per_s\":" + rate;
 }
 
@@ -105,7 +105,7 @@ std::string scanHeader(const std::vector<ElementStatus>& elements, Format format
     std::string header = "time";
     for (const ElementStatus& element : elements)
         header += "," + csvField(element.name);
-    return header + ",frames,replies,failures,connections,frames_per_s\n";
+    return header + ",frames,replies,refused,failures,connections,frames_per_s\n";
 }
 
 std::string scanLine(const std::vector<ElementStatus>& elements, const CounterView& counters, Format format)
@@ -118,7 +118,7 @@ std::string scanLine(const std::vector<ElementStatus>& elements, const CounterVi
         for (const ElementStatus& element : elements)
             line += "," + csvField(isOk(element) ? element.value : stateText(element));
         return line + "," + std::to_string(counters.frames) + "," + std::to_string(counters.replies) + "," +
-               std::to_string(counters.failures) + "," + std::to_string(counters.connections) + "," + rate + "\n";
+               std::to_string(counters.refused) + "," + std::to_string(counters.failures) + "," + std::to_string(counters.connections) + "," + rate + "\n";
     }
     if (format == Format::Jsonl) {
         std::string values;

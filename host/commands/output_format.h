@@ -14,6 +14,7 @@ namespace logohost {
 struct CounterView {
     uint64_t frames = 0;
     uint64_t replies = 0;
+    uint64_t refused = 0;
     uint64_t failures = 0;
     uint64_t connections = 0;
     double framesPerSecond = 0;

@@ -59,6 +59,8 @@ std::string whyUnread(const ElementStatus& element, std::chrono::milliseconds li
 {
     switch (element.state) {
     case ElementState::Failed:
+        if (!element.refusal.empty())
+            return failureText(element.returnCode, element.exceptionCode, element.refusal);
         if (isNoReplyCode(element.returnCode) && !link.lastProblem().empty())
             return failureText(element.returnCode, 0) + "; " + link.lastProblem();
         return failureText(element.returnCode, element.exceptionCode);

@@ -101,8 +101,8 @@ private:
                 write->unconfirmed.erase(address);
         } else if (!write->failed) {
             write->failed = true;
-            write->reason = failureText(result.returnCode, result.exceptionCode);
-            write->noReply = isNoReplyCode(result.returnCode);
+            write->reason = failureText(result.returnCode, result.exceptionCode, result.refusal);
+            write->noReply = isNoReplyCode(result.returnCode) && result.refusal.empty();
         }
     }
 
@@ -116,7 +116,7 @@ private:
         write->failed = true;
         write->reason = "dropped by the driver when " +
                         rangeName(result.area, result.address, result.count, result.station, multiStation_) +
-                        " was given up: " + failureText(result.returnCode, result.exceptionCode);
+                        " was given up: " + failureText(result.returnCode, result.exceptionCode, result.refusal);
     }
 };
 

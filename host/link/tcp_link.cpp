@@ -13,6 +13,8 @@
 #include <cstring>
 #include <thread>
 
+#include "host/link/reply_check.h"
+
 namespace logohost {
 namespace {
 
@@ -139,8 +141,17 @@ Exchange TcpLink::exchange(const char* frame, int length, ReplyShape shape, cons
         if (!connectNow())
             return none;
     }
-    trace_.sent(frame, length);
-    if (!sendAll(frame, length)) {
+    sent_.resize(length);
+    std::memcpy(sent_.data(), frame, static_cast<size_t>(length));
+    if (shape.modbus && length >= kMbapCountedFrom) {
+        // The driver numbers no frames; numbering them here lets a reply that
+        // belongs to an earlier frame be told from the answer to this one.
+        ++transaction_;
+        sent_[0] = static_cast<char>(transaction_ >> 8);
+        sent_[1] = static_cast<char>(transaction_ & 0xFF);
+    }
+    trace_.sent(sent_.constData(), length);
+    if (!sendAll(sent_.constData(), length)) {
         close(std::string("send failed: ") + std::strerror(errno), true);
         return none;
     }
@@ -148,8 +159,25 @@ Exchange TcpLink::exchange(const char* frame, int length, ReplyShape shape, cons
     if (!result.reply.isEmpty())
         trace_.received(result.reply.constData(), result.reply.size(), shape.modbus);
     if (result.outcome == LinkOutcome::Reply)
+        judge(shape, &result);
+    if (result.outcome == LinkOutcome::Reply)
         backoff_ = std::chrono::milliseconds(0);
     return result;
+}
+
+void TcpLink::judge(ReplyShape shape, Exchange* result)
+{
+    result->problem =
+        shape.modbus ? modbusReplyProblem(sent_, result->reply) : remoteReplyProblem(sent_, result->reply);
+    if (result->problem.empty())
+        return;
+    result->outcome = LinkOutcome::Refused;
+    // A peer that answers with something else is likely not the controller
+    // at all: back off rather than hammer it with connections.
+    if (fd_ >= 0)
+        close("reply refused: " + result->problem, true);
+    else
+        trace_.note("reply refused: " + result->problem);
 }
 
 bool TcpLink::waitForBackoff(const std::atomic<bool>& stop) const
@@ -242,8 +270,7 @@ Exchange TcpLink::receive(ReplyShape shape, Clock::time_point deadline)
     for (bool first = true; readMore(&result.reply, want, deadline, first, &closed); first = false) {
         const int length = framedLength(result.reply, shape);
         if (length == kUnframeable) {
-            result.outcome = LinkOutcome::Reply;  // the driver judges the bytes
-            close("reply with an impossible MBAP length", false);
+            result.outcome = LinkOutcome::Reply;  // judged, and refused, with the rest
             return result;
         }
         if (length == kLengthUnknown)
@@ -258,11 +285,20 @@ Exchange TcpLink::receive(ReplyShape shape, Clock::time_point deadline)
         }
         want = length;
     }
-    result.outcome = result.reply.isEmpty() ? LinkOutcome::NoReply : LinkOutcome::Incomplete;
+    const std::string got = std::to_string(result.reply.size()) + " bytes of a reply";
+    std::string why;
     if (closed)
-        close("connection closed by the controller", true);
+        why = result.reply.isEmpty() ? "connection closed by the controller" : "connection closed after " + got;
     else  // a late reply on this connection would be taken for the answer to the next frame
-        close("no complete reply within " + std::to_string(timeout_.count()) + " ms", false);
+        why = "no complete reply within " + std::to_string(timeout_.count()) + " ms" +
+              (result.reply.isEmpty() ? "" : " (" + got + ")");
+    if (!result.reply.isEmpty()) {
+        // Part of a reply answers nothing: refused, so that the driver never
+        // takes a truncated reply for a whole one.
+        result.outcome = LinkOutcome::Refused;
+        result.problem = "incomplete reply: " + why;
+    }
+    close(why, closed);
     return result;
 }
 

@@ -8,6 +8,7 @@
 
 #include <atomic>
 #include <chrono>
+#include <cstdint>
 #include <string>
 
 #include "host/link/trace.h"
@@ -20,15 +21,16 @@ struct ReplyShape {
 };
 
 enum class LinkOutcome {
-    Reply,        // a complete reply (by its own framing), in reply
-    NoReply,      // time-out, refused or dropped connection: the frame got no answer
-    Incomplete,   // part of a reply arrived before the time-out, in reply
-    Stopped,      // the host is shutting down
+    Reply,     // a complete reply that answers the frame, in reply
+    NoReply,   // time-out, refused or dropped connection: the frame got no answer
+    Refused,   // bytes came that do not answer the frame (problem says why); never for the driver
+    Stopped,   // the host is shutting down
 };
 
 struct Exchange {
     LinkOutcome outcome = LinkOutcome::NoReply;
     QByteArray reply;
+    std::string problem;  // why a reply was refused
 };
 
 class TcpLink {
@@ -39,7 +41,10 @@ public:
     TcpLink& operator=(const TcpLink&) = delete;
 
     // Opens the connection first if there is none (after the back-off of
-    // earlier failures), sends the frame and reads its reply.
+    // earlier failures), sends the frame and reads its reply. A Modbus frame
+    // goes out with a transaction id of the link's own, which its reply must
+    // carry; a reply that does not answer the frame is refused, and the
+    // connection, no longer to be trusted to be in step, is opened afresh.
     Exchange exchange(const char* frame, int length, ReplyShape shape, const std::atomic<bool>& stop);
 
     int connections() const { return connections_; }
@@ -56,6 +61,8 @@ private:
     Trace& trace_;
     int fd_ = -1;
     int connections_ = 0;
+    uint16_t transaction_ = 0;
+    QByteArray sent_;  // the frame as it went out, kept to judge its reply
     std::string lastProblem_;
     std::chrono::milliseconds backoff_{0};
     Clock::time_point nextAttempt_{};
@@ -65,6 +72,7 @@ private:
     void close(const std::string& why, bool backOff);
     bool sendAll(const char* frame, int length);
     Exchange receive(ReplyShape shape, Clock::time_point deadline);
+    void judge(ReplyShape shape, Exchange* result);
     // Reads at least one more byte into reply, at most `want` in all, by
     // the deadline. Returns false on time-out or a closed connection.
     bool readMore(QByteArray* reply, int want, Clock::time_point deadline, bool first, bool* closed);

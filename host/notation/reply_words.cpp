@@ -102,8 +102,12 @@ std::string describeReturnCode(int returnCode)
     return std::string(family->words) + " (driver code " + code + (family->remote ? ", remote link)" : ")");
 }
 
-std::string failureText(int returnCode, int exceptionCode)
+std::string failureText(int returnCode, int exceptionCode, const std::string& refusal)
 {
+    // The driver saw a refused reply as none at all: its "no reply" code
+    // would hide what really came.
+    if (!refusal.empty() && isNoReplyCode(returnCode))
+        return refusal + ", refused (driver code " + std::to_string(returnCode) + ")";
     if (exceptionCode && isBadLengthCode(returnCode))
         return describeException(exceptionCode) + ", driver code " + std::to_string(returnCode);
     return describeReturnCode(returnCode);

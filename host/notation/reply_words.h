@@ -28,10 +28,11 @@ bool isNoReplyCode(int returnCode);
 // "no reply (driver code 41)", "wrong reply length (driver code 171, remote link)"
 std::string describeReturnCode(int returnCode);
 
-// Why a request failed: the Modbus exception behind a wrong-length code when
-// there was one ("illegal data address (Modbus exception 02), driver code
-// 71"), else the code in words.
-std::string failureText(int returnCode, int exceptionCode);
+// Why a request failed: the host's reason when it refused the reply ("reply
+// from unit 2 to a request for unit 1, refused (driver code 41)"), the Modbus
+// exception behind a wrong-length code when there was one ("illegal data
+// address (Modbus exception 02), driver code 71"), else the code in words.
+std::string failureText(int returnCode, int exceptionCode, const std::string& refusal = std::string());
 
 }  // namespace logohost
 

@@ -24,6 +24,7 @@ TEST(ReplyWords, FailuresSayWhyBesideTheDriverCode)
         int returnCode, exceptionCode;
         bool finalFailure;
         const char* text;
+        const char* refusal = "";
     } rows[] = {
         {1, 0, false, "done (driver code 1)"},
         {100, 0, false, "done (driver code 100)"},
@@ -37,11 +38,15 @@ TEST(ReplyWords, FailuresSayWhyBesideTheDriverCode)
         {71, 0x2A, true, "unknown exception (Modbus exception 2A), driver code 71"},
         {141, 0, true, "no reply (driver code 141, remote link)"},
         {171, 4, true, "server device failure (Modbus exception 04), driver code 171"},
+        // A refused reply reached the driver as none: the host's reason replaces "no reply".
+        {42, 0, true, "reply from unit 2 to a request for unit 1, refused (driver code 42)",
+         "reply from unit 2 to a request for unit 1"},
+        {0, 0, false, "failed reply, to be repeated (driver code 0)", "reply from unit 2 to a request for unit 1"},
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.text);
         EXPECT_EQ(isFinalFailure(row.returnCode), row.finalFailure);
-        EXPECT_EQ(failureText(row.returnCode, row.exceptionCode), row.text);
+        EXPECT_EQ(failureText(row.returnCode, row.exceptionCode, row.refusal), row.text);
     }
 }
 

@@ -10,19 +10,23 @@ using logosim::FaultKind;
 
 struct FaultCase {
     const char* name;
-    const char* rule;  // every request, so that the retries run out
-    int giveUpCode;    // cyclic entries have sourceType 0
+    const char* rule;     // every request, so that the retries run out
+    int giveUpCode;       // cyclic entries have sourceType 0
+    const char* refusal;  // how the host's reason for refusing the reply begins; "" if nothing came
     bool reconnects;
 };
 
+// A reply that does not answer its frame, whole or in part, is refused by the
+// host and reaches the driver as none (code 41); an exception reply answers
+// its frame, and the driver refuses it by its length (code 71).
 const FaultCase kFaults[] = {
-    {"Dropped", "drop", RC_LOCAL_NO_REPLY + 1, true},
-    {"DroppedMidReply", "drop-mid", RC_LOCAL_BAD_LENGTH + 1, true},
-    {"LateBeyondTimeout", "late:delay=400", RC_LOCAL_NO_REPLY + 1, true},
-    {"Silent", "silent", RC_LOCAL_NO_REPLY + 1, true},
-    {"Short", "short", RC_LOCAL_BAD_LENGTH + 1, true},
-    {"Long", "long", RC_LOCAL_BAD_LENGTH + 1, false},
-    {"Exception", "exception", RC_LOCAL_BAD_LENGTH + 1, false},
+    {"Dropped", "drop", RC_LOCAL_NO_REPLY + 1, "", true},
+    {"DroppedMidReply", "drop-mid", RC_LOCAL_NO_REPLY + 1, "incomplete reply: connection closed after 6 bytes", true},
+    {"LateBeyondTimeout", "late:delay=400", RC_LOCAL_NO_REPLY + 1, "", true},
+    {"Silent", "silent", RC_LOCAL_NO_REPLY + 1, "", true},
+    {"Short", "short", RC_LOCAL_NO_REPLY + 1, "incomplete reply: no complete reply within 150 ms (12 bytes", true},
+    {"Long", "long", RC_LOCAL_NO_REPLY + 1, "6 data bytes after a byte count of 4", true},
+    {"Exception", "exception", RC_LOCAL_BAD_LENGTH + 1, "", false},
 };
 
 void PrintTo(const FaultCase& c, std::ostream* out) { *out << c.rule; }
@@ -55,6 +59,8 @@ TEST_P(LinkFault, GivesUpAsDocumentedThenResumes)
         EXPECT_EQ(RC_RETRYING, h.results[0].returnCode);
         EXPECT_EQ(RC_RETRYING, h.results[1].returnCode);
         EXPECT_EQ(c.giveUpCode, h.results[2].returnCode);
+        EXPECT_EQ(0u, h.results[2].refusal.rfind(c.refusal, 0)) << h.results[2].refusal;
+        EXPECT_EQ(*c.refusal == '\0', h.results[2].refusal.empty()) << h.results[2].refusal;
         EXPECT_TRUE(h.results[2].failCallback);
         EXPECT_EQ(AREA_VW, h.results[2].area);
     }
