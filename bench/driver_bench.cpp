@@ -7,6 +7,7 @@
 #include <random>
 
 #include "driver/modbus_rtu_master.h"
+#include "heap_counter.h"
 #include "image/reply_store.h"
 #include "image/station_image.h"
 
@@ -28,6 +29,16 @@ void freshDriver(int multiStation, int remoteMode)
     SetComInfo(&g_info);
 }
 
+// Heap operations per frame (malloc and calloc, realloc, free) of what was
+// counted, as benchmark counters.
+void reportHeapPerFrame(benchmark::State& state, const HeapCounts& counts, int64_t frames)
+{
+    const double n = static_cast<double>(frames);
+    state.counters["allocs/frame"] = static_cast<double>(counts.allocations) / n;
+    state.counters["reallocs/frame"] = static_cast<double>(counts.reallocations) / n;
+    state.counters["frees/frame"] = static_cast<double>(counts.frees) / n;
+}
+
 HOSTVAR hostVar(int area, int address, int count, int station)
 {
     HOSTVAR v = HOSTVAR();
@@ -40,21 +51,29 @@ HOSTVAR hostVar(int area, int address, int count, int station)
 
 // One cyclic frame: ComCommunication builds it, DataCom takes a ready reply
 // and stores its data. Arguments: area, count, multi-station, remote mode.
+// The heap operations are counted once the first scan is done, as a panel
+// runs for months.
 void BM_FrameThroughLoop(benchmark::State& state)
 {
     freshDriver(static_cast<int>(state.range(2)), static_cast<int>(state.range(3)));
     QList<HOSTVAR> vars;
     vars.append(hostVar(static_cast<int>(state.range(0)), 1, static_cast<int>(state.range(1)), 1));
     ReCreatReadVarList(&vars);
-    Protocol* first = ComCommunication();
-    QByteArray reply(first->replyLength, '\1');
-    DataCom(&reply, reply.size());
+    QByteArray reply(ComCommunication()->replyLength, '\1');
+    for (int frame = 0; frame < 4; ++frame) {
+        ComCommunication();
+        DataCom(&reply, reply.size());
+    }
+    resetHeapCounts();
+    countHeapOperations(true);
     for (auto _ : state) {
         Protocol* p = ComCommunication();
         RW_VAR* result = DataCom(&reply, reply.size());
         benchmark::DoNotOptimize(p);
         benchmark::DoNotOptimize(result);
     }
+    countHeapOperations(false);
+    reportHeapPerFrame(state, heapCounts(), state.iterations());
     state.SetItemsProcessed(state.iterations());
 }
 BENCHMARK(BM_FrameThroughLoop)
@@ -108,11 +127,10 @@ void BM_StationImageStoreReply(benchmark::State& state)
     var.area = AREA_VW;
     var.station = 1;
     var.count = 100;
-    Protocol p = Protocol();
+    Protocol& p = PLC_driver.frameQueue.append(0);
     p.var = var;
     p.replyHeaderLength = 9;
     p.dataLength = 200;
-    PLC_driver.frameQueue.append(p);
     QByteArray reply(209, '\2');
     for (auto _ : state) {
         QMutexLocker lock(&PLC_driver.imageMutex);
@@ -140,40 +158,83 @@ BENCHMARK(BM_StationImageStoreReply)->ArgName("elements")->Arg(1000)->Arg(10000)
 BENCHMARK(BM_StationImageGet)->ArgName("elements")->Arg(1000)->Arg(10000)->Arg(100000);
 BENCHMARK(BM_StationImageSet)->ArgName("elements")->Arg(1000)->Arg(10000)->Arg(100000);
 
-// Queueing into lists of 1,000 waiting entries: a write that merges with
-// the last one, and a one-shot read found as a duplicate at the end.
+// Queueing into lists of 10, 100 and 1,000 waiting entries: a write that
+// merges with the last one, and a one-shot read found as a duplicate at the end.
 void BM_AddListWriteVar(benchmark::State& state)
 {
     freshDriver(0, 0);
+    const int waiting = static_cast<int>(state.range(0));
     RW_VAR w = RW_VAR();
     w.area = AREA_VW;
     w.count = 1;
     w.value = QByteArray(2, '\1');
-    for (int i = 0; i < 1000; ++i) {
+    for (int i = 0; i < waiting; ++i) {
         w.address = i;
         AddListWriteVar(&w, 0);
     }
-    w.address = 999;
+    w.address = waiting - 1;
     for (auto _ : state)
         benchmark::DoNotOptimize(AddListWriteVar(&w, 0));
 }
-BENCHMARK(BM_AddListWriteVar);
+BENCHMARK(BM_AddListWriteVar)->ArgName("waiting")->Arg(10)->Arg(100)->Arg(1000);
 
 void BM_AddListOnceReadVar(benchmark::State& state)
 {
     freshDriver(0, 0);
+    const int waiting = static_cast<int>(state.range(0));
     RW_VAR r = RW_VAR();
     r.area = AREA_VW;
     r.count = 1;
-    for (int i = 0; i < 1000; ++i) {
+    for (int i = 0; i < waiting; ++i) {
         r.addressText = QString::number(i);
         AddListOnceReadVar(&r, 0);
     }
-    r.addressText = QStringLiteral("999");
+    r.addressText = QString::number(waiting - 1);
     for (auto _ : state)
         benchmark::DoNotOptimize(AddListOnceReadVar(&r, 0));
 }
-BENCHMARK(BM_AddListOnceReadVar);
+BENCHMARK(BM_AddListOnceReadVar)->ArgName("waiting")->Arg(10)->Arg(100)->Arg(1000);
+
+// A write and a one-shot read, each queued (not counted) and then sent and
+// answered (counted), between cyclic frames of a one-entry list. Arguments:
+// multi-station, remote mode.
+void BM_WriteAndOnceReadSentAndAnswered(benchmark::State& state)
+{
+    freshDriver(static_cast<int>(state.range(0)), static_cast<int>(state.range(1)));
+    g_info.writeMode = 2;
+    QList<HOSTVAR> vars;
+    vars.append(hostVar(AREA_VW, 1, 10, 1));
+    ReCreatReadVarList(&vars);
+    const QByteArray value(4, '\7');
+    QByteArray reply(64, '\1');
+    int64_t frames = 0;
+    auto serve = [&]() {
+        while (Protocol* p = ComCommunication()) {
+            const int length = p->replyLength;
+            DataCom(&reply, length);
+            ++frames;
+            if (PLC_driver.currentList == LIST_CYCLIC)
+                break;
+        }
+    };
+    serve();
+    resetHeapCounts();
+    frames = 0;
+    for (auto _ : state) {
+        SetRegisterData(QString(), AREA_VW, QStringLiteral("20"), 1, value, 2, 1, 1);
+        RW_VAR once = RW_VAR();
+        once.area = AREA_AM;
+        once.addressText = QStringLiteral("3");
+        once.count = 2;
+        once.station = 1;
+        AddListOnceReadVar(&once, 0);
+        countHeapOperations(true);
+        serve();
+        countHeapOperations(false);
+    }
+    reportHeapPerFrame(state, heapCounts(), frames);
+}
+BENCHMARK(BM_WriteAndOnceReadSentAndAnswered)->ArgNames({"multi", "remote"})->ArgsProduct({{0, 1}, {0, 1}});
 
 }  // namespace
 

@@ -55,9 +55,9 @@ void notifyOnceRead(const RW_VAR& head)
         d.readDoneCallback(context, head.sourceType, head.sourceId, 2);
         return;
     }
-    for (int i = 1; i < d.onceReadList.size(); ++i)
-        if (sameRequest(d.onceReadList.at(i), head.sourceType, head.sourceId))
-            return;  // other pieces of the request are still waiting
+    // The head is one entry of its request; more mean pieces still waiting.
+    if (d.onceReadList.entriesOfRequest(head.sourceType, head.sourceId) > 1)
+        return;
     d.readDoneCallback(context, head.sourceType, head.sourceId, 1);
 }
 
@@ -99,16 +99,6 @@ void completeEntry(bool local, const RW_VAR& answered)
     }
 }
 
-template <typename Matches>
-void removeAll(QList<RW_VAR>& list, Matches matches)
-{
-    QList<RW_VAR> kept;
-    for (int i = 0; i < list.size(); ++i)
-        if (!matches(list.at(i)))
-            kept.append(list.at(i));
-    list = kept;
-}
-
 // After a give-up: tell the host, then drop what belonged to the failed
 // request (and, on one controller, every pending write, which would only
 // meet the same dead link).
@@ -123,12 +113,12 @@ void abandonRequest()
         d.failCallback(&failed, sourceType, 1);
     }
     if (d.comInfo->multiStation == 0) {
-        removeAll(d.onceReadList, [&](const RW_VAR& v) { return sameRequest(v, sourceType, sourceId); });
+        d.onceReadList.removeIf([&](const RW_VAR& v) { return sameRequest(v, sourceType, sourceId); });
         d.writeList.clear();
     } else {
-        removeAll(d.onceReadList,
-                  [&](const RW_VAR& v) { return v.station == station && sameRequest(v, sourceType, sourceId); });
-        removeAll(d.writeList, [&](const RW_VAR& v) { return v.station == station; });
+        d.onceReadList.removeIf(
+            [&](const RW_VAR& v) { return v.station == station && sameRequest(v, sourceType, sourceId); });
+        d.writeList.removeIf([&](const RW_VAR& v) { return v.station == station; });
     }
 }
 

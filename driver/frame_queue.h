@@ -1,14 +1,43 @@
-// The one way a builder hands a finished frame to the scheduler.
+// Frames built and not yet answered; the head is the frame in flight.
 #ifndef LOGO_DRIVER_FRAME_QUEUE_H
 #define LOGO_DRIVER_FRAME_QUEUE_H
 
-#include "driver/modbus_rtu_master.h"
+#include <QList>
 
-// Appends a Protocol with its reply bookkeeping and a copy of var to
-// frameQueue, and starts the request's frame counters afresh.
-void queueFrame(const QByteArray& frame, int replyLength, int replyHeaderLength, int dataLength, const RW_VAR* var);
+#include "logo_modbus_tcp.h"
+
+// The scheduler builds a frame only when the queue is empty, so it holds one
+// frame at most. Its slots are kept, frame buffers included, from one frame
+// to the next: a panel scans for months, and the steady scan then costs no
+// heap operation. Slots are handed out in place; a queue never shares them.
+class FrameQueue {
+public:
+    FrameQueue() : count_(0) {}
+
+    bool isEmpty() const { return count_ == 0; }
+    int size() const { return count_; }
+    Protocol& first() { return slots_[0]; }
+    const Protocol& first() const { return slots_.at(0); }
+    const Protocol& at(int i) const { return slots_.at(i); }
+
+    // A slot at the end of the queue whose frame holds `length` bytes for
+    // the caller to write.
+    Protocol& append(int length);
+    void removeFirst();
+    void clear() { count_ = 0; }
+
+private:
+    QList<Protocol> slots_;
+    int count_;
+};
+
+// The one way a builder hands a finished frame to the scheduler: appends a
+// frame of `length` bytes with its reply bookkeeping and a copy of var, and
+// starts the request's frame counters afresh. The builder writes the bytes
+// through the pointer returned.
+unsigned char* queueFrame(int length, int replyLength, int replyHeaderLength, int dataLength, const RW_VAR* var);
 
 // The frame in flight: the head of frameQueue, which must not be empty.
-inline const Protocol& inFlight() { return PLC_driver.frameQueue.first(); }
+const Protocol& inFlight();
 
 #endif  // LOGO_DRIVER_FRAME_QUEUE_H

@@ -10,7 +10,9 @@
 
 #include <atomic>
 
+#include "driver/frame_queue.h"
 #include "image/station_index.h"
+#include "varlist/request_queues.h"
 
 // Elements per image area. 65535, not 65536: element 65535 does not exist,
 // and every access is clipped to 0..IMAGE_AREA_SIZE - 1.
@@ -39,9 +41,9 @@ public:
 
     ComInfo* comInfo;
     QList<RW_VAR> readList;
-    QList<RW_VAR> writeList;
-    QList<RW_VAR> onceReadList;
-    QList<Protocol> frameQueue;
+    WriteQueue writeList;
+    OnceReadQueue onceReadList;
+    FrameQueue frameQueue;
     QList<EXTENDVAR> extendVars;
     QMap<int, int> disabledStations;
     ReadDoneCallback readDoneCallback;

@@ -4,7 +4,7 @@
 
 int SwitchErrorReturn(int base)
 {
-    const QList<Protocol>& queue = PLC_driver.frameQueue;
+    const FrameQueue& queue = PLC_driver.frameQueue;
     const int sourceType = queue.isEmpty() ? 0 : queue.first().var.sourceType;
     const bool category = sourceType >= 0 && sourceType < SOURCE_TYPE_CATEGORIES;
     return base + 1 + (category ? sourceType : 0);

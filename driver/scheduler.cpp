@@ -7,7 +7,7 @@
 
 namespace {
 
-typedef void (*Builder)(RW_VAR*);
+typedef void (*Builder)(const RW_VAR*);
 
 // Five frames in a row at most from the write list and from the one-shot
 // list, so neither can stop the cyclic scan for long.
@@ -26,7 +26,8 @@ void resetBursts()
 // (a write to an input, an unknown area, an impossible count) is discarded
 // too: only a reply removes entries, so left in place it would hold every
 // entry behind it for ever.
-bool serveQueue(QList<RW_VAR>& list, Builder build)
+template <typename Queue>
+bool serveQueue(Queue& list, Builder build)
 {
     while (!list.isEmpty()) {
         if (!Ethernetcontains(list.first().station)) {

@@ -25,16 +25,18 @@ void savePerStation(QByteArray* reply)
     const int bytesPerElement = isBitArea(p.var.area) ? 1 : 2;
     const int n = elementsToStore(p, bytesPerElement);
     for (int k = 0; k < n; ++k) {
-        EXTENDVAR& entry = entries[ExtendFindSameVar(p.var.station, p.var.area, p.var.address + k)];
-        // A missing byte empties the entry: the element has no valid data
-        // (a read of it yields 0) rather than a stale value.
-        entry.value.clear();
+        QByteArray& value = entries[ExtendFindSameVar(p.var.station, p.var.area, p.var.address + k)].value;
         const int first = h + bytesPerElement * k;
-        if (bytesPerElement == 1 && reply->size() > first) {
-            entry.value.append(static_cast<char>(replyByte(reply, first) & 1));
-        } else if (bytesPerElement == 2 && reply->size() > first + 1) {
-            entry.value.append(static_cast<char>(replyByte(reply, first + 1)));
-            entry.value.append(static_cast<char>(replyByte(reply, first)));
+        if (reply->size() < first + bytesPerElement) {
+            // A missing byte empties the entry: the element has no valid data
+            // (a read of it yields 0) rather than a stale value.
+            value.clear();
+        } else if (bytesPerElement == 1) {
+            const char bit = static_cast<char>(replyByte(reply, first) & 1);
+            setEntryValue(value, &bit, 1);
+        } else {
+            const char word[2] = {static_cast<char>(replyByte(reply, first + 1)), static_cast<char>(replyByte(reply, first))};
+            setEntryValue(value, word, 2);
         }
     }
 }

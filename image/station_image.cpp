@@ -31,16 +31,28 @@ void writePerStation(const RW_VAR* var)
         for (int i = 0; i < count; ++i) {
             EXTENDVAR& entry = entries[ExtendFindSameVar(var->station, var->area, var->address + i)];
             // An entry emptied by a short reply stays without data until a reply fills it.
-            if (!entry.value.isEmpty() && i < var->value.size())
-                entry.value = QByteArray(1, static_cast<char>(var->value.at(i) & 1));
+            if (!entry.value.isEmpty() && i < var->value.size()) {
+                const char bit = static_cast<char>(var->value.at(i) & 1);
+                setEntryValue(entry.value, &bit, 1);
+            }
         }
     } else if (isWordArea(var->area)) {
         for (int k = 0; k < count && 2 * k + 1 < var->value.size(); ++k)
-            entries[ExtendFindSameVar(var->station, var->area, var->address + k)].value = var->value.mid(2 * k, 2);
+            setEntryValue(entries[ExtendFindSameVar(var->station, var->area, var->address + k)].value,
+                          var->value.constData() + 2 * k, 2);
     }
 }
 
 }  // namespace
+
+void setEntryValue(QByteArray& value, const char* bytes, int n)
+{
+    if (value.size() != n)
+        value.resize(n);
+    char* out = value.data();
+    for (int i = 0; i < n; ++i)
+        out[i] = bytes[i];
+}
 
 int ExtendFindSameVar(int station, int area, int address)
 {

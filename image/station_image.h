@@ -11,4 +11,8 @@ int ExtendFindSameVar(int station, int area, int address);
 // Copies a write record's value into the active image form; takes imageMutex.
 void WriteDataToLocal(const RW_VAR* var);
 
+// Sets an entry's value to n bytes in place: an entry keeps its buffer from
+// one reply to the next, so storing the steady scan costs no heap operation.
+void setEntryValue(QByteArray& value, const char* bytes, int n);
+
 #endif  // LOGO_IMAGE_STATION_IMAGE_H

@@ -4,20 +4,37 @@
 
 #include <QByteArray>
 
-// Appends the low 16 bits of value, high byte first, as every frame field is sent.
-inline void appendWord16(QByteArray& frame, int value)
-{
-    frame.append(static_cast<char>((value >> 8) & 0xFF));
-    frame.append(static_cast<char>(value & 0xFF));
-}
+// Writes a frame's fields one after another into a buffer the frame queue
+// sized for them. Every multi-byte field goes out high byte first; a field
+// narrower than its value carries the value's low bits, computed on unsigned
+// values so that any int a host passes is safe.
+class FrameWriter {
+public:
+    explicit FrameWriter(unsigned char* out) : out_(out), at_(0) {}
 
-inline void appendWord32(QByteArray& frame, int value)
-{
-    appendWord16(frame, static_cast<int>(static_cast<unsigned>(value) >> 16));
-    appendWord16(frame, value);
-}
+    void byte(int value) { out_[at_++] = static_cast<unsigned char>(static_cast<unsigned>(value) & 0xFFu); }
+    void word16(int value)
+    {
+        byte(static_cast<int>(static_cast<unsigned>(value) >> 8));
+        byte(value);
+    }
+    void word32(int value)
+    {
+        word16(static_cast<int>(static_cast<unsigned>(value) >> 16));
+        word16(value);
+    }
+    void bytes(const QByteArray& data)
+    {
+        for (int i = 0; i < data.size(); ++i)
+            byte(data.at(i));
+    }
+    int written() const { return at_; }
+    unsigned char* start() const { return out_; }
 
-inline void appendByte(QByteArray& frame, int value) { frame.append(static_cast<char>(value & 0xFF)); }
+private:
+    unsigned char* out_;
+    int at_;
+};
 
 // Byte i of a byte array as unsigned, or 0 when the array is shorter.
 inline unsigned char byteOr0(const QByteArray& bytes, int i)

@@ -15,14 +15,14 @@ void queueRead(const RW_VAR* var, int functionCode, int bytesPerElement)
 {
     if (!servableCount(var->count))
         return;
-    const QByteArray frame = shortRequest(var->station, functionCode, get_add(var->area, var->address), var->count);
     const int dataLength = bytesPerElement * var->count;
-    queueFrame(frame, READ_REPLY_HEADER + dataLength, READ_REPLY_HEADER, dataLength, var);
+    FrameWriter frame(queueFrame(REQUEST_LENGTH, READ_REPLY_HEADER + dataLength, READ_REPLY_HEADER, dataLength, var));
+    writeShortRequest(frame, var->station, functionCode, get_add(var->area, var->address), var->count);
 }
 
 }  // namespace
 
-void ReadRegister(RW_VAR* var)
+void ReadRegister(const RW_VAR* var)
 {
     if (isBitArea(var->area))
         ReadBool(var);
@@ -30,7 +30,7 @@ void ReadRegister(RW_VAR* var)
         ReadAnalog(var);
 }
 
-void ReadBool(RW_VAR* var)
+void ReadBool(const RW_VAR* var)
 {
     int functionCode = FC_NONE;
     if (var->area == AREA_I)
@@ -41,7 +41,7 @@ void ReadBool(RW_VAR* var)
     queueRead(var, functionCode, 1);
 }
 
-void ReadAnalog(RW_VAR* var)
+void ReadAnalog(const RW_VAR* var)
 {
     int functionCode = FC_NONE;
     if (var->area == AREA_AI)

@@ -5,8 +5,8 @@
 #include "logo_modbus_tcp.h"
 
 // Queues the read request for the record; nothing for an area outside 0 to 7.
-void ReadRegister(RW_VAR* var);
-void ReadBool(RW_VAR* var);
-void ReadAnalog(RW_VAR* var);
+void ReadRegister(const RW_VAR* var);
+void ReadBool(const RW_VAR* var);
+void ReadAnalog(const RW_VAR* var);
 
 #endif  // LOGO_MODBUS_READ_REQUESTS_H

@@ -19,7 +19,7 @@ int registerAt(const QByteArray& value, int k)
 
 }  // namespace
 
-void WriteRegister(RW_VAR* var)
+void WriteRegister(const RW_VAR* var)
 {
     if (var->area == AREA_Q || var->area == AREA_M || var->area == AREA_V)
         WriteBool(var);
@@ -32,15 +32,15 @@ void WriteRegister(RW_VAR* var)
         WriteDataToLocal(var);
 }
 
-void WriteBool(RW_VAR* var)
+void WriteBool(const RW_VAR* var)
 {
     // Only the byte value 1 switches a coil on.
     const int coil = (!var->value.isEmpty() && var->value.at(0) == 1) ? COIL_ON << 8 : 0;
-    const QByteArray frame = shortRequest(var->station, FC_WRITE_SINGLE_COIL, get_add(var->area, var->address), coil);
-    queueFrame(frame, WRITE_REPLY_LENGTH, 0, 0, var);
+    FrameWriter frame(queueFrame(REQUEST_LENGTH, WRITE_REPLY_LENGTH, 0, 0, var));
+    writeShortRequest(frame, var->station, FC_WRITE_SINGLE_COIL, get_add(var->area, var->address), coil);
 }
 
-void WriteAnalog(RW_VAR* var)
+void WriteAnalog(const RW_VAR* var)
 {
     const int count = var->count;
     // A negative count has no frame (its length would be negative), nor has
@@ -49,20 +49,18 @@ void WriteAnalog(RW_VAR* var)
     if (count < 0 || count > MAX_QUANTITY)
         return;
     const int modbusAddress = get_add(var->area, var->address);
-
-    QByteArray frame;
     if (count == 1) {
-        frame = shortRequest(var->station, FC_WRITE_SINGLE_REGISTER, modbusAddress, registerAt(var->value, 0));
-    } else {
-        const int functionCode = count >= 2 ? FC_WRITE_MULTIPLE_REGISTERS : FC_NONE;
-        frame = mbapHeader(MULTIPLE_WRITE_HEADER - MBAP_LENGTH_AFTER_FIELD + 2 * count, var->station);
-        frame.reserve(MULTIPLE_WRITE_HEADER + 2 * count);
-        appendByte(frame, functionCode);
-        appendWord16(frame, modbusAddress);
-        appendWord16(frame, count);
-        appendByte(frame, 2 * count);
-        for (int k = 0; k < count; ++k)
-            appendWord16(frame, registerAt(var->value, k));
+        FrameWriter frame(queueFrame(REQUEST_LENGTH, WRITE_REPLY_LENGTH, 0, 0, var));
+        writeShortRequest(frame, var->station, FC_WRITE_SINGLE_REGISTER, modbusAddress, registerAt(var->value, 0));
+        return;
     }
-    queueFrame(frame, WRITE_REPLY_LENGTH, 0, 0, var);
+    const int functionCode = count >= 2 ? FC_WRITE_MULTIPLE_REGISTERS : FC_NONE;
+    FrameWriter frame(queueFrame(MULTIPLE_WRITE_HEADER + 2 * count, WRITE_REPLY_LENGTH, 0, 0, var));
+    writeMbapHeader(frame, MULTIPLE_WRITE_HEADER - MBAP_LENGTH_AFTER_FIELD + 2 * count, var->station);
+    frame.byte(functionCode);
+    frame.word16(modbusAddress);
+    frame.word16(count);
+    frame.byte(2 * count);
+    for (int k = 0; k < count; ++k)
+        frame.word16(registerAt(var->value, k));
 }

@@ -6,8 +6,8 @@
 
 // Queues the write request where the area allows one, then mirrors the value
 // into the image unless the link has failed.
-void WriteRegister(RW_VAR* var);
-void WriteBool(RW_VAR* var);
-void WriteAnalog(RW_VAR* var);
+void WriteRegister(const RW_VAR* var);
+void WriteBool(const RW_VAR* var);
+void WriteAnalog(const RW_VAR* var);
 
 #endif  // LOGO_MODBUS_WRITE_REQUESTS_H

@@ -8,53 +8,51 @@
 namespace {
 
 // Bytes 1 to 20: the record's own fields, in the peer's order.
-void appendRecordFields(QByteArray& frame, const RW_VAR* var)
+void writeRecordFields(FrameWriter& frame, const RW_VAR* var)
 {
-    appendByte(frame, var->sourceType);
-    appendByte(frame, var->rwType);
-    appendByte(frame, var->linkId);
-    appendByte(frame, var->station);
-    appendWord16(frame, var->area);
-    appendWord32(frame, var->address);
-    appendWord16(frame, var->count);
-    appendWord32(frame, var->param1);
-    appendWord32(frame, var->param2);
+    frame.byte(var->sourceType);
+    frame.byte(var->rwType);
+    frame.byte(var->linkId);
+    frame.byte(var->station);
+    frame.word16(var->area);
+    frame.word32(var->address);
+    frame.word16(var->count);
+    frame.word32(var->param1);
+    frame.word32(var->param2);
 }
 
-void appendCheckByte(QByteArray& frame)
+// The sum of the bytes written so far (their count taken modulo 65536).
+void writeCheckByte(FrameWriter& frame)
 {
-    const unsigned short sum =
-        CalSUM(reinterpret_cast<unsigned char*>(frame.data()), static_cast<unsigned short>(frame.size()));
-    appendByte(frame, sum);
+    frame.byte(CalSUM(frame.start(), static_cast<unsigned short>(frame.written())));
 }
 
 }  // namespace
 
-void Remote_ReadVar(RW_VAR* var)
+void Remote_ReadVar(const RW_VAR* var)
 {
     // The reply's size follows from the area; a read of an unknown area, or
     // of a count the 16-bit field cannot carry, has no reply to expect and
     // gets no frame (the scheduler drops it).
     if (!isArea(var->area) || var->count < 0 || var->count > MAX_QUANTITY)
         return;
-    QByteArray frame;
-    appendByte(frame, REMOTE_READ_LENGTH);
-    appendRecordFields(frame, var);
-    appendCheckByte(frame);
     const int dataLength = isBitArea(var->area) ? var->count : 2 * var->count;
-    queueFrame(frame, REMOTE_REPLY_HEADER + dataLength, REMOTE_REPLY_HEADER, dataLength, var);
+    FrameWriter frame(
+        queueFrame(REMOTE_READ_LENGTH, REMOTE_REPLY_HEADER + dataLength, REMOTE_REPLY_HEADER, dataLength, var));
+    frame.byte(REMOTE_READ_LENGTH);
+    writeRecordFields(frame, var);
+    writeCheckByte(frame);
 }
 
-void Remote_WriteVar(RW_VAR* var)
+void Remote_WriteVar(const RW_VAR* var)
 {
-    QByteArray frame;
-    appendByte(frame, 0);  // the length, known once the value is in
-    appendRecordFields(frame, var);
-    frame.append(var->value);
-    frame[0] = static_cast<char>((frame.size() + 1) & 0xFF);
-    appendCheckByte(frame);
+    const int length = REMOTE_READ_LENGTH + var->value.size();
     // Unlike the Modbus builder this resets the request's frame counters as
     // well (queueFrame does), so every write is completed by its own reply.
-    queueFrame(frame, REMOTE_WRITE_REPLY_LENGTH, 0, 0, var);
+    FrameWriter frame(queueFrame(length, REMOTE_WRITE_REPLY_LENGTH, 0, 0, var));
+    frame.byte(length);  // only its low 8 bits fit
+    writeRecordFields(frame, var);
+    frame.bytes(var->value);
+    writeCheckByte(frame);
     WriteDataToLocal(var);
 }

@@ -5,13 +5,12 @@
 #include "logo_modbus_tcp.h"
 
 enum RemoteFrame {
-    REMOTE_HEADER_LENGTH = 21,  // length byte and record fields, before value and check byte
-    REMOTE_READ_LENGTH = 22,
+    REMOTE_READ_LENGTH = 22,  // length byte, record fields and check byte; a write adds its value
     REMOTE_REPLY_HEADER = 9,
     REMOTE_WRITE_REPLY_LENGTH = 12
 };
 
-void Remote_ReadVar(RW_VAR* var);
-void Remote_WriteVar(RW_VAR* var);
+void Remote_ReadVar(const RW_VAR* var);
+void Remote_WriteVar(const RW_VAR* var);
 
 #endif  // LOGO_REMOTEMODE_REMOTE_FRAMES_H

@@ -67,11 +67,11 @@ TEST_P(FrameTest, QueuesWholeFrameWithBookkeeping)
     RW_VAR var = record(c.area, c.address, c.count, c.station, 0, 0, write ? c.value : nullptr);
     var.auxText = QStringLiteral("aux");
     info.framesAnswered = info.framesPerRequest = 9;
-    void (*const builders[])(RW_VAR*) = {ReadRegister, WriteRegister, Remote_ReadVar, Remote_WriteVar};
+    void (*const builders[])(const RW_VAR*) = {ReadRegister, WriteRegister, Remote_ReadVar, Remote_WriteVar};
     builders[c.builder](&var);
     const bool built = *c.frame;
     ASSERT_EQ(PLC_driver.frameQueue.size(), built ? 1 : 0);
-    const Protocol p = PLC_driver.frameQueue.value(0);  // all zero when there is no frame
+    const Protocol p = built ? PLC_driver.frameQueue.first() : Protocol();  // all zero when there is no frame
     EXPECT_EQ(hexText(p.frame), c.frame);
     EXPECT_EQ(std::vector<int>({p.frameLength, p.replyLength, p.dataLength, p.replyHeaderLength}),
               std::vector<int>({p.frame.size(), c.replyLength, c.dataLength, write || !built ? 0 : 9}));
@@ -84,6 +84,22 @@ TEST_P(FrameTest, QueuesWholeFrameWithBookkeeping)
 }
 
 INSTANTIATE_TEST_SUITE_P(AllAreasBothModes, FrameTest, ::testing::ValuesIn(kFrames), rowName);
+
+// Frame slots are reused: a short frame after a long one must carry nothing
+// of it, neither bytes nor the record's value.
+TEST_F(DriverTest, AFrameAfterALongerOneIsWholeAndOnlyItself)
+{
+    RW_VAR write = record(AREA_VW, 10, 2, 1, 0, 0, "34 12 78 56");
+    WriteRegister(&write);
+    PLC_driver.frameQueue.removeFirst();
+    const RW_VAR read = record(AREA_AQ, 1, 2);
+    ReadRegister(&read);
+    ASSERT_EQ(PLC_driver.frameQueue.size(), 1);
+    const Protocol& p = PLC_driver.frameQueue.first();
+    EXPECT_EQ(hexText(p.frame), "00 00 00 00 00 06 01 03 02 00 00 02");
+    EXPECT_EQ(p.frameLength, 12);
+    EXPECT_EQ(describe(p.var) + hexText(p.var.value), describe(read));
+}
 
 TEST_F(DriverTest, WriteMirrorsIntoImageOnlyWhileLinkWorks)
 {

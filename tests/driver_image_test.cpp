@@ -107,7 +107,11 @@ TEST_F(DriverTest, StoreOfAShortReply)
         info.multiStation = multiStation;
         for (const RW_VAR& var : {record(AREA_VW, 10, 2, 4), record(AREA_M, 7, 2, 4)}) {
             // The frame in flight: a 9-byte header, then two bytes per word or one per bit.
-            PLC_driver.frameQueue = {Protocol{QByteArray(), 0, 0, 9, var.area == AREA_VW ? 4 : 2, var, {}}};
+            PLC_driver.frameQueue.clear();
+            Protocol& p = PLC_driver.frameQueue.append(0);
+            p.replyHeaderLength = 9;
+            p.dataLength = var.area == AREA_VW ? 4 : 2;
+            p.var = var;
             SaveToLocalDataErea(&reply);
         }
     }
@@ -153,9 +157,9 @@ TEST_P(HostWriteTest, QueuesPiecesForTheController)
     const HostWriteCase& c = GetParam();
     info.maxBlockLength = c.maxBlock;
     EXPECT_EQ(c.result, SetRegisterData(QStringLiteral("a"), c.area, QLatin1String(c.address), 9, hexBytes(c.data), c.count, 3, 42));
-    for (const RW_VAR& w : PLC_driver.writeList)
+    for (const RW_VAR& w : PLC_driver.writeList.list())
         EXPECT_TRUE(w.rwType == 1 && w.sourceType == 3 && w.sourceId == 42 && w.linkId == 5);
-    EXPECT_EQ(entries(PLC_driver.writeList), c.queue);
+    EXPECT_EQ(entries(PLC_driver.writeList.list()), c.queue);
     EXPECT_EQ(PLC_driver.wordImage[2][10], 0) << "a queued write enters the image when its frame is built";
 }
 

@@ -40,8 +40,8 @@ TEST_P(WriteQueue, MergeRules)
     for (const WriteCall& c : GetParam().calls)
         lengths.push_back(add(c));
     EXPECT_EQ(lengths, GetParam().lengths);
-    EXPECT_EQ(entries(PLC_driver.writeList), GetParam().queue);
-    for (const RW_VAR& w : PLC_driver.writeList)
+    EXPECT_EQ(entries(PLC_driver.writeList.list()), GetParam().queue);
+    for (const RW_VAR& w : PLC_driver.writeList.list())
         EXPECT_EQ(w.sourceId, w.value.at(0));
 }
 
@@ -64,10 +64,10 @@ TEST_F(WriteQueue, FullQueueStillMergesButRefusesNewTargets)
     for (int i = 0; i < 1024; ++i)
         add({1, i, 1, 1, 1});
     EXPECT_EQ(add({1, 5, 1, 0, 9}), 1024);
-    EXPECT_EQ(entries(PLC_driver.writeList.mid(4, 3)), "7:4:1@1=01, 7:5:1@1=09, 7:6:1@1=01");
+    EXPECT_EQ(entries(PLC_driver.writeList.list().mid(4, 3)), "7:4:1@1=01, 7:5:1@1=09, 7:6:1@1=01");
     EXPECT_EQ(add({1, 5000, 1, 0, 8}), 1024);
     EXPECT_EQ(add({1, 6000, 1, 1, 7}), 1025);
-    EXPECT_EQ(entries(PLC_driver.writeList.mid(1023)), "7:1023:1@1=01, 7:6000:1@1=07");
+    EXPECT_EQ(entries(PLC_driver.writeList.list().mid(1023)), "7:1023:1@1=01, 7:6000:1@1=07");
 }
 
 // ---- The one-shot queue: pieces, duplicates and the caller's record.
@@ -75,7 +75,7 @@ TEST_F(WriteQueue, FullQueueStillMergesButRefusesNewTargets)
 TEST_F(DriverTest, OneShotBitsAreReadOneByOneAndOnlyAnotherRequesterRepeatsThem)
 {
     EXPECT_EQ(addOnce(record(AREA_Q, 4, 3, 1, 2, 5)), 3);
-    EXPECT_EQ(entries(PLC_driver.onceReadList), "1:4:1@1, 1:5:1@1, 1:6:1@1");
+    EXPECT_EQ(entries(PLC_driver.onceReadList.list()), "1:4:1@1, 1:5:1@1, 1:6:1@1");
     EXPECT_EQ(addOnce(record(AREA_Q, 4, 3, 1, 2, 5)), 3);
     EXPECT_EQ(addOnce(record(AREA_Q, 4, 3, 1, 2, 6)), 6);
 }
@@ -104,7 +104,7 @@ TEST_F(DriverTest, OneShotWordsAreCutAndTheCallersRecordShowsTheLastPieceOrIsLef
         r.param1 = r.param2 = 4;
         const int length = AddListOnceReadVar(&r, 0);
         EXPECT_EQ(length, PLC_driver.onceReadList.size());
-        EXPECT_EQ(entries(PLC_driver.onceReadList), row.queue);
+        EXPECT_EQ(entries(PLC_driver.onceReadList.list()), row.queue);
         EXPECT_EQ(describe(r) + " " + std::to_string(r.param1 + r.param2), row.record);
     }
 }

@@ -10,23 +10,13 @@ namespace {
 
 enum { UNCONDITIONAL = 1, QUEUE_CAPACITY = 1024 };
 
-bool sameTarget(const RW_VAR& a, const RW_VAR& b)
-{
-    return a.station == b.station && a.area == b.area && a.address == b.address && a.count == b.count;
-}
-
-bool sameRead(const RW_VAR& a, const RW_VAR& b)
-{
-    return a.sourceType == b.sourceType && a.sourceId == b.sourceId && sameTarget(a, b);
-}
-
 }  // namespace
 
 int AddListWriteVar(RW_VAR* var, int flag)
 {
     Modbus_RTU_Master& d = PLC_driver;
     DriverLock lock(&d.listMutex);
-    QList<RW_VAR>& writes = d.writeList;
+    WriteQueue& writes = d.writeList;
     if (flag == UNCONDITIONAL || writes.size() < 2) {
         writes.append(*var);
         return writes.size();
@@ -34,13 +24,10 @@ int AddListWriteVar(RW_VAR* var, int flag)
     // The head may be on its way already: a newer value for its target goes
     // behind it. Among the waiting writes the newest value wins, at the
     // place of the oldest.
-    for (int i = 1; i < writes.size(); ++i) {
-        if (sameTarget(writes.at(i), *var)) {
-            writes[i] = *var;
-            return writes.size();
-        }
-    }
-    if (writes.size() < QUEUE_CAPACITY)
+    const int waiting = writes.findWaiting(*var);
+    if (waiting >= 0)
+        writes.replace(waiting, *var);
+    else if (writes.size() < QUEUE_CAPACITY)
         writes.append(*var);
     return writes.size();
 }
@@ -73,16 +60,13 @@ int AddListOnceReadVar(RW_VAR* var, int flag)
     const int elements = clipToArea(address, var->count);
 
     DriverLock lock(&d.listMutex);
-    QList<RW_VAR>& reads = d.onceReadList;
+    OnceReadQueue& reads = d.onceReadList;
     cutIntoPieces(address, elements, maxLen, [&](int pieceAddress, int pieceCount) {
         var->address = pieceAddress;
         var->count = pieceCount;
-        if (reads.size() >= QUEUE_CAPACITY)
-            return;  // a full list takes no piece, duplicate or not
-        for (int i = 0; i < reads.size(); ++i)
-            if (sameRead(reads.at(i), *var))
-                return;
-        reads.append(*var);
+        // A full list takes no piece, duplicate or not.
+        if (reads.size() < QUEUE_CAPACITY && !reads.contains(*var))
+            reads.append(*var);
     });
     return reads.size();
 }
