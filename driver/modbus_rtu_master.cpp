@@ -23,8 +23,28 @@ Modbus_RTU_Master::Modbus_RTU_Master()
       scanPosition(0),
       commFailed(0)
 {
+    clearCommunicationState();
     memset(bitImage, 0, sizeof bitImage);
     memset(wordImage, 0, sizeof wordImage);
+}
+
+void Modbus_RTU_Master::clearCommunicationState()
+{
+    result = RW_VAR();
+    readList.clear();
+    writeList.clear();
+    onceReadList.clear();
+    frameQueue.clear();
+    extendVars = QList<EXTENDVAR>();
+    extendIndex.clear();
+    disabledStations.clear();
+    currentList = LIST_NONE_YET;
+    readListGeneration = 0;
+    inFlightGeneration = 0;
+    writeBurst = 0;
+    onceBurst = 0;
+    scanPosition = 0;
+    commFailed = 0;
 }
 
 Modbus_RTU_Master::~Modbus_RTU_Master() {}

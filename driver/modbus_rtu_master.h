@@ -39,6 +39,12 @@ public:
     Modbus_RTU_Master();
     ~Modbus_RTU_Master();
 
+    // Every list, the station map, the result record and the scheduler's and
+    // dispatcher's state as at load; the image keeps its values. The
+    // constructor starts with it, and a fuzzer starts every run with it, at
+    // a fraction of the cost of zeroing the image's 786 KB each time.
+    void clearCommunicationState();
+
     ComInfo* comInfo;
     QList<RW_VAR> readList;
     WriteQueue writeList;

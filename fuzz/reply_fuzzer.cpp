@@ -13,14 +13,14 @@ void onFail(QList<RW_VAR>* list, int, int) { list->append(RW_VAR()); }
 RW_VAR anyRecord(FuzzInput& in)
 {
     RW_VAR v = RW_VAR();
-    v.area = static_cast<int>(in.byte() % 10) - 1;
-    v.address = in.interesting();
-    v.count = in.interesting();
-    v.station = in.byte() % 4;
+    v.area = in.flag() ? static_cast<int>(in.byte() % 10) - 1 : in.anyInt();
+    in.range(&v.address, &v.count);
+    v.station = in.flag() ? in.byte() % 4 : in.anyInt();
     v.rwType = in.byte() % 3;
-    v.linkId = in.flag() ? info.localLinkId : 9;
-    v.sourceType = static_cast<int8_t>(in.byte());
+    v.linkId = in.flag() ? info.localLinkId : in.anyInt();
+    v.sourceType = in.anyInt();
     v.sourceId = in.byte() % 3;
+    v.param1 = in.anyInt();
     v.value = in.bytes(in.byte() % 16);
     return v;
 }
@@ -30,12 +30,12 @@ RW_VAR anyRecord(FuzzInput& in)
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
 {
     FuzzInput in(data, size);
-    freshDriver(&info);
+    DriverSession session(&info);
     RegistCallBackFuncIntf(onReadDone, onFail);
     info.multiStation = in.flag();
     info.remoteMode = in.flag();
     info.retryLimit = in.byte() % 3;
-    info.maxBlockLength = static_cast<int8_t>(in.byte());
+    info.maxBlockLength = in.anyInt();
     info.localLinkId = 1;
     while (!in.empty()) {
         RW_VAR v = anyRecord(in);
@@ -50,11 +50,14 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
         for (int frames = in.byte() % 4; frames >= 0; --frames) {
             Protocol* p = ComCommunication();
             QByteArray reply = in.bytes(in.byte() % 2 ? (p ? p->replyLength : 0) : in.byte());
-            const int lengths[] = {reply.size(), p ? p->replyLength : 0, 0, in.int16()};
-            DataCom(in.flag() ? &reply : nullptr, lengths[in.byte() % 4]);
+            const int lengths[] = {reply.size(), p ? p->replyLength : 0, 0, in.anyInt()};
+            const bool buffer = in.flag();
+            DataCom(buffer ? &reply : nullptr, lengths[in.byte() % 4]);
         }
         QByteArray image;
-        GetRegisterData(QString(), v.area, QString::number(v.address), v.station, image, in.interesting());
+        int address, count;
+        in.range(&address, &count);
+        GetRegisterData(QString(), v.area, QString::number(address), v.station, image, count);
     }
     return 0;
 }

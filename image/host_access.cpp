@@ -79,6 +79,7 @@ int queueWordWrites(RW_VAR* record, int firstAddress, const QByteArray& data, in
         value.append(QByteArray(2 * words - value.size(), 0));
         record->value = value;
         length = queueWrite(record);
+        return true;
     });
     return length;
 }

@@ -43,7 +43,9 @@ inline bool isBitArea(int area) { return area >= AREA_I && area <= AREA_V; }
 inline bool isWordArea(int area) { return area >= AREA_AI && area <= AREA_VW; }
 inline bool isArea(int area) { return area >= AREA_I && area <= AREA_VW; }
 
-// Zero-based Modbus data address of an element; 0 for an unknown area.
+// Zero-based Modbus data address of an element; 0 for an unknown area. Only
+// its low 16 bits reach a frame: the sum wraps instead of overflowing, so any
+// address a host passes is safe.
 int get_add(int area, int address);
 
 #endif  // LOGO_MODBUS_AREAS_H

@@ -52,7 +52,14 @@ unsigned char CalXOR(unsigned char* data, unsigned short length)
     return x;
 }
 
-int DigitalToASCII(int digit) { return digit <= 9 ? digit + ASCII_ZERO : digit + ASCII_LETTER_OFFSET; }
+// No range test, as the conversion has none; near INT_MAX the sum wraps
+// round to INT_MIN like the 32-bit arithmetic of the panels, instead of
+// overflowing.
+int DigitalToASCII(int digit)
+{
+    const unsigned offset = digit <= 9 ? ASCII_ZERO : ASCII_LETTER_OFFSET;
+    return static_cast<int>(static_cast<unsigned>(digit) + offset);
+}
 
 int ASCIIToDigital(int character)
 {

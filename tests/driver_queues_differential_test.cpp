@@ -61,11 +61,12 @@ struct LinearQueues {
             var.address = pieceAddress;
             var.count = pieceCount;
             if (reads.size() >= CAPACITY)
-                return;
+                return true;
             for (const RW_VAR& r : reads)
                 if (sameRead(r, var))
-                    return;
+                    return true;
             reads.append(var);
+            return true;
         });
     }
 

@@ -96,6 +96,7 @@ void rebuildMultiStation(const QList<HOSTVAR>& vars, Rebuild* rebuild)
                       [&](int pieceAddress, int pieceCount) {
                           const Piece piece = {pieceAddress, pieceCount, var_index};
                           group.push_back(piece);
+                          return true;
                       });
     }
     // Groups come out in the order their pairs first appeared; within a
@@ -123,6 +124,7 @@ void WhetherGroup(int count, int maxLen, const Piece& whole, PieceGroup* target)
     cutIntoPieces(whole.address, count, maxLen, [&](int address, int pieceCount) {
         const Piece piece = {address, pieceCount, whole.var};
         target->push_back(piece);
+        return true;
     });
 }
 

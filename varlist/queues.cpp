@@ -62,11 +62,17 @@ int AddListOnceReadVar(RW_VAR* var, int flag)
     DriverLock lock(&d.listMutex);
     OnceReadQueue& reads = d.onceReadList;
     cutIntoPieces(address, elements, maxLen, [&](int pieceAddress, int pieceCount) {
+        // A full list takes no piece, duplicate or not: stop cutting rather
+        // than hold the list lock over thousands of dropped pieces.
+        if (reads.size() >= QUEUE_CAPACITY)
+            return false;
         var->address = pieceAddress;
         var->count = pieceCount;
-        // A full list takes no piece, duplicate or not.
-        if (reads.size() < QUEUE_CAPACITY && !reads.contains(*var))
+        if (!reads.contains(*var))
             reads.append(*var);
+        return true;
     });
+    // The caller's record ends as the last piece, queued or not.
+    lastPiece(address, elements, maxLen, &var->address, &var->count);
     return reads.size();
 }
