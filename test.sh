@@ -13,7 +13,7 @@ fuzz_seconds=${LOGO_FUZZ_SECONDS:-30}
 
 configure() {  # configure DIR [cmake options...]
   local dir=$1; shift
-  cmake -S . -B "$dir" -DCMAKE_BUILD_TYPE=RelWithDebInfo "$@" >/dev/null
+  cmake -S . -B "$dir" -DCMAKE_BUILD_TYPE=RelWithDebInfo -DLOGO_WERROR=ON "$@" >/dev/null
 }
 
 echo "== Build and tests"

@@ -63,12 +63,12 @@ scripts/install-deps.sh armhf
 make_sysroot
 
 echo "== Native end-to-end test, to drive the armhf host against a native simulator"
-cmake -S . -B build -DCMAKE_BUILD_TYPE=RelWithDebInfo -DLOGO_BUILD_TESTS=ON >/dev/null
+cmake -S . -B build -DCMAKE_BUILD_TYPE=RelWithDebInfo -DLOGO_BUILD_TESTS=ON -DLOGO_WERROR=ON >/dev/null
 cmake --build build -j2 --target host_end_to_end_test logo_modbus_tcp
 
 echo "== armhf build"
 cmake -S . -B "$build" -DCMAKE_BUILD_TYPE=RelWithDebInfo -DCMAKE_TOOLCHAIN_FILE=cmake/armhf-toolchain.cmake \
-  -DLOGO_ARMHF_SYSROOT="$sysroot" -DLOGO_BUILD_TESTS=ON \
+  -DLOGO_ARMHF_SYSROOT="$sysroot" -DLOGO_BUILD_TESTS=ON -DLOGO_WERROR=ON \
   -DLOGO_NATIVE_END_TO_END_TEST="$here/build/tests/host/host_end_to_end_test" >/dev/null
 cmake --build "$build" -j2
 
