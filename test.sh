@@ -24,6 +24,13 @@ ctest --test-dir build -j2 --output-on-failure --timeout 300
 echo "== The same suite for armhf, under qemu-arm"
 scripts/armhf.sh
 
+echo "== Symbol versions the driver asks of the system, native and armhf"
+# The armhf driver must load beside a Qt 4.8 panel's C++ runtime (GCC 4.4)
+# and glibc; cmake/CxxRuntime.cmake, docs/decisions.md.
+scripts/check-symbol-floor.sh build/liblogo_modbus_tcp.so GLIBC=2.14 GLIBCXX=3.4.13 CXXABI=1.3.3
+scripts/check-symbol-floor.sh --objdump arm-linux-gnueabihf-objdump build-armhf/liblogo_modbus_tcp.so \
+  GLIBC=2.4 GLIBCXX=3.4.13 CXXABI=1.3.3
+
 echo "== Tests under AddressSanitizer and UndefinedBehaviorSanitizer"
 configure build-asan -DLOGO_BUILD_TESTS=ON -DLOGO_SANITIZER=address -DCMAKE_BUILD_TYPE=Debug
 cmake --build build-asan -j2

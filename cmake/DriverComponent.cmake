@@ -2,6 +2,8 @@
 # make the shared library a host loads and a static library the tests link,
 # so tests reach the internal functions of exactly the code that ships.
 
+include(CxxRuntime)
+
 set(LOGO_DRIVER_COMPONENTS "" CACHE INTERNAL "")
 
 function(logo_driver_component name)
@@ -38,6 +40,7 @@ function(logo_driver_library)
   set_target_properties(logo_modbus_tcp PROPERTIES
     LIBRARY_OUTPUT_DIRECTORY ${PROJECT_BINARY_DIR}
     CXX_VISIBILITY_PRESET hidden)
+  logo_static_cxx_runtime(logo_modbus_tcp)
 
   # The same code for in-process tests and benchmarks.
   add_library(logo_driver_static STATIC ${objects})
