@@ -20,11 +20,26 @@ set(CPACK_DEBIAN_PACKAGE_MAINTAINER "${LOGO_PACKAGE_MAINTAINER}")
 set(CPACK_DEBIAN_PACKAGE_PRIORITY optional)
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
 set(CPACK_DEBIAN_ENABLE_COMPONENT_DEPENDS ON)
-if(CMAKE_LIBRARY_ARCHITECTURE)
-  # dpkg's name of the target architecture, not of the building machine.
+# In a cross build the packages are for the target's architecture, and
+# dpkg-shlibdeps reads the target's libraries and asks the target's package
+# database (LOGO_DEB_TARGET_ADMINDIR, which scripts/armhf.sh makes in its
+# sysroot) which package provides each.
+set(LOGO_DEB_TARGET_ADMINDIR "" CACHE PATH "dpkg database of the target's packages, for dpkg-shlibdeps in a cross build")
+if(CMAKE_CROSSCOMPILING)
   execute_process(COMMAND dpkg-architecture -qDEB_HOST_ARCH -t ${CMAKE_LIBRARY_ARCHITECTURE}
                   OUTPUT_VARIABLE CPACK_DEBIAN_PACKAGE_ARCHITECTURE OUTPUT_STRIP_TRAILING_WHITESPACE
                   ERROR_QUIET)
+  foreach(root ${CMAKE_SYSROOT} ${CMAKE_FIND_ROOT_PATH})
+    foreach(dir lib/${CMAKE_LIBRARY_ARCHITECTURE} usr/lib/${CMAKE_LIBRARY_ARCHITECTURE} lib usr/lib)
+      list(APPEND CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS ${root}/${dir})
+    endforeach()
+  endforeach()
+  set(cross_settings "set(ENV{DEB_HOST_ARCH} ${CPACK_DEBIAN_PACKAGE_ARCHITECTURE})\n")
+  if(LOGO_DEB_TARGET_ADMINDIR)
+    string(APPEND cross_settings "set(ENV{DPKG_ADMINDIR} ${LOGO_DEB_TARGET_ADMINDIR})\n")
+  endif()
+  file(WRITE ${PROJECT_BINARY_DIR}/CPackCrossSettings.cmake "${cross_settings}")
+  set(CPACK_PROJECT_CONFIG_FILE ${PROJECT_BINARY_DIR}/CPackCrossSettings.cmake)
 endif()
 
 set(CPACK_COMPONENTS_ALL driver dev)
@@ -46,7 +61,11 @@ keeps an image of the controller's memory.")
 set(CPACK_DEBIAN_DEV_PACKAGE_NAME liblogo-modbus-tcp-dev)
 set(CPACK_DEBIAN_DEV_PACKAGE_SECTION libdevel)
 set(CPACK_COMPONENT_DEV_DEPENDS driver)
-set(CPACK_DEBIAN_DEV_PACKAGE_DEPENDS "qtbase5-dev")
+if(LOGO_QT_MAJOR STREQUAL "4")
+  set(CPACK_DEBIAN_DEV_PACKAGE_DEPENDS "libqt4-dev")
+else()
+  set(CPACK_DEBIAN_DEV_PACKAGE_DEPENDS "qtbase5-dev")
+endif()
 set(CPACK_COMPONENT_DEV_DESCRIPTION "Siemens LOGO! Modbus TCP driver - development files
 The header logo_modbus_tcp.h with the records and prototypes a host needs
 to load liblogo_modbus_tcp.so, the CMake package LogoModbusTcp (targets
