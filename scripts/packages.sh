@@ -7,7 +7,7 @@
 #   scripts/packages.sh build-gcc-release build-armhf
 set -euo pipefail
 cd "$(dirname "$0")/.."
-debs=()
+count=0
 for build in "$@"; do
   rm -f "$build"/*.deb
   if ! (cd "$build" && cpack -G DEB) >"$build/cpack.log" 2>&1; then
@@ -15,17 +15,18 @@ for build in "$@"; do
     echo "packages.sh: CPack failed in $build" >&2
     exit 1
   fi
-  for deb in "$build"/*.deb; do
+  debs=("$build"/*.deb)
+  for deb in "${debs[@]}"; do
     printf '%-40s %7s bytes  Depends: %s\n' "$(basename "$deb")" "$(stat -c %s "$deb")" "$(dpkg-deb -f "$deb" Depends)"
-    debs+=("$deb")
   done
+  status=0
+  lintian --fail-on error "${debs[@]}" >"$build/lintian.log" 2>&1 || status=$?
+  echo "lintian on $build:"
+  grep -v 'running with root privileges' "$build/lintian.log" | sed 's/^/  /' || true
+  if [ $status -ne 0 ]; then
+    echo "packages.sh: lintian found errors in the packages of $build (exit status $status)" >&2
+    exit 1
+  fi
+  count=$((count + ${#debs[@]}))
 done
-status=0
-lintian --fail-on error "${debs[@]}" >"$1/lintian.log" 2>&1 || status=$?
-echo "lintian:"
-grep -v 'running with root privileges' "$1/lintian.log" | sed 's/^/  /' || true
-if [ $status -ne 0 ]; then
-  echo "packages.sh: lintian found errors (exit status $status)" >&2
-  exit 1
-fi
-echo "No lintian errors in ${#debs[@]} packages"
+echo "No lintian errors in $count packages"
