@@ -1,9 +1,11 @@
 #!/usr/bin/env bash
 # Installs what is missing, builds, and runs every test: the plain build,
 # the same suite built for the panels' 32-bit ARM and run under qemu-arm,
-# the suite under AddressSanitizer with UndefinedBehaviorSanitizer, the
-# concurrency tests (stress, soak, link faults) under ThreadSanitizer, and a
-# short bounded run of every fuzzer.
+# the driver's symbol versions, every build type with GCC and clang, an
+# install with the example host built against it, the Debian packages under
+# lintian, the suite under AddressSanitizer with UndefinedBehaviorSanitizer,
+# the concurrency tests (stress, soak, link faults) under ThreadSanitizer,
+# and a short bounded run of every fuzzer.
 set -euo pipefail
 cd "$(dirname "$0")"
 scripts/install-deps.sh test
@@ -13,7 +15,7 @@ fuzz_seconds=${LOGO_FUZZ_SECONDS:-30}
 
 configure() {  # configure DIR [cmake options...]
   local dir=$1; shift
-  cmake -S . -B "$dir" -DCMAKE_BUILD_TYPE=RelWithDebInfo "$@" >/dev/null
+  cmake -S . -B "$dir" -DCMAKE_BUILD_TYPE=RelWithDebInfo -DLOGO_WERROR=ON "$@" >/dev/null
 }
 
 echo "== Build and tests"
@@ -23,6 +25,22 @@ ctest --test-dir build -j2 --output-on-failure --timeout 300
 
 echo "== The same suite for armhf, under qemu-arm"
 scripts/armhf.sh
+
+echo "== Symbol versions the driver asks of the system, native and armhf"
+# The armhf driver must load beside a Qt 4.8 panel's C++ runtime (GCC 4.4)
+# and glibc; cmake/CxxRuntime.cmake, docs/decisions.md.
+scripts/check-symbol-floor.sh build/liblogo_modbus_tcp.so GLIBC=2.14 GLIBCXX=3.4.13 CXXABI=1.3.3
+scripts/check-symbol-floor.sh --objdump arm-linux-gnueabihf-objdump build-armhf/liblogo_modbus_tcp.so \
+  GLIBC=2.4 GLIBCXX=3.4.13 CXXABI=1.3.3
+
+echo "== Every build type with GCC and clang: the driver, logohost and the simulator"
+scripts/build-types.sh
+
+echo "== Installed into a temporary prefix, with the example host built against it"
+scripts/install-check.sh build
+
+echo "== Debian packages, amd64 and armhf, under lintian"
+scripts/packages.sh build-gcc-release build-armhf
 
 echo "== Tests under AddressSanitizer and UndefinedBehaviorSanitizer"
 configure build-asan -DLOGO_BUILD_TESTS=ON -DLOGO_SANITIZER=address -DCMAKE_BUILD_TYPE=Debug

@@ -2,6 +2,8 @@
 # make the shared library a host loads and a static library the tests link,
 # so tests reach the internal functions of exactly the code that ships.
 
+include(CxxRuntime)
+
 set(LOGO_DRIVER_COMPONENTS "" CACHE INTERNAL "")
 
 function(logo_driver_component name)
@@ -15,7 +17,7 @@ function(logo_driver_component name)
     VISIBILITY_INLINES_HIDDEN ON)
   target_include_directories(${name} PUBLIC ${PROJECT_SOURCE_DIR} ${PROJECT_SOURCE_DIR}/include)
   target_compile_definitions(${name} PUBLIC LOGO_BUILDING_DRIVER QT_NO_KEYWORDS)
-  target_compile_options(${name} PRIVATE -Wall -Wextra -Werror)
+  logo_target_warnings(${name})
   target_link_libraries(${name} PUBLIC ${LOGO_QT_CORE})
   set(LOGO_DRIVER_COMPONENTS ${LOGO_DRIVER_COMPONENTS} ${name} CACHE INTERNAL "")
 endfunction()
@@ -38,6 +40,7 @@ function(logo_driver_library)
   set_target_properties(logo_modbus_tcp PROPERTIES
     LIBRARY_OUTPUT_DIRECTORY ${PROJECT_BINARY_DIR}
     CXX_VISIBILITY_PRESET hidden)
+  logo_static_cxx_runtime(logo_modbus_tcp)
 
   # The same code for in-process tests and benchmarks.
   add_library(logo_driver_static STATIC ${objects})

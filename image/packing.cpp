@@ -66,10 +66,13 @@ void GetWordFromUI(QByteArray& out, unsigned short* area, int start, int count)
     const int values = count / 2;
     if (values < 1)
         return;
-    char* bytes = growTo(out, 4 * values);
-    for (int k = 0; k < values; ++k) {
-        putWord(bytes + 4 * k, area[start + 2 * k + 1]);  // low half first
-        putWord(bytes + 4 * k + 2, area[start + 2 * k]);
+    // Counted in words like GetWordFromUS: counted in values, GCC 12 at -O3
+    // loses the buffer's size and warns of a write past its end.
+    const int words = 2 * values;
+    char* bytes = growTo(out, 2 * words);
+    for (int w = 0; w < words; w += 2) {
+        putWord(bytes + 2 * w, area[start + w + 1]);  // low half first
+        putWord(bytes + 2 * w + 2, area[start + w]);
     }
 }
 

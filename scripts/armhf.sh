@@ -24,7 +24,8 @@ packages=(libc6 libgcc-s1 libstdc++6
           libmodbus5 libmodbus-dev libgtest-dev libgmock-dev)
 
 make_sysroot() {
-  local wanted="${packages[*]}"
+  # The package list, and the layout of what is made from it.
+  local wanted="${packages[*]} +dpkg-database"
   if [ -f "$sysroot/.packages" ] && [ "$(cat "$sysroot/.packages")" = "$wanted" ]; then
     echo "Reusing the armhf sysroot in $sysroot"
     return
@@ -50,6 +51,7 @@ make_sysroot() {
   for deb in "$apt_dir"/debs/*.deb; do
     dpkg -x "$deb" "$sysroot"
   done
+  make_package_database "$apt_dir"/debs/*.deb
   # Qt's CMake files insist that moc and rcc exist for the target; the
   # build machine's own serve, as nothing here needs them to run.
   mkdir -p "$sysroot/usr/lib/qt5/bin"
@@ -59,16 +61,39 @@ make_sysroot() {
   echo "$wanted" >"$sysroot/.packages"
 }
 
+# A dpkg database of the unpacked packages, for dpkg-shlibdeps to learn
+# which package provides each armhf library and from which version
+# (DPKG_ADMINDIR, cmake/Packaging.cmake). It records the files under the
+# sysroot's own path, where dpkg-shlibdeps finds them.
+make_package_database() {
+  local db=$sysroot/var/lib/dpkg deb name control file
+  mkdir -p "$db/info" "$db/updates"
+  : >"$db/status"
+  control=$(mktemp -d)
+  for deb in "$@"; do
+    name=$(dpkg-deb -f "$deb" Package)  # one architecture only: no ":armhf" in file names
+    { dpkg-deb -f "$deb"; echo "Status: install ok installed"; echo; } >>"$db/status"
+    dpkg-deb -c "$deb" | awk '{ print $6 }' | sed -e "s|^\./|$sysroot/|" -e 's|/$||' >"$db/info/$name.list"
+    rm -rf "${control:?}"/*
+    dpkg-deb -e "$deb" "$control"
+    for file in shlibs symbols; do
+      if [ -f "$control/$file" ]; then cp "$control/$file" "$db/info/$name.$file"; fi
+    done
+  done
+  rm -rf "$control"
+}
+
 scripts/install-deps.sh armhf
 make_sysroot
 
 echo "== Native end-to-end test, to drive the armhf host against a native simulator"
-cmake -S . -B build -DCMAKE_BUILD_TYPE=RelWithDebInfo -DLOGO_BUILD_TESTS=ON >/dev/null
+cmake -S . -B build -DCMAKE_BUILD_TYPE=RelWithDebInfo -DLOGO_BUILD_TESTS=ON -DLOGO_WERROR=ON >/dev/null
 cmake --build build -j2 --target host_end_to_end_test logo_modbus_tcp
 
 echo "== armhf build"
 cmake -S . -B "$build" -DCMAKE_BUILD_TYPE=RelWithDebInfo -DCMAKE_TOOLCHAIN_FILE=cmake/armhf-toolchain.cmake \
-  -DLOGO_ARMHF_SYSROOT="$sysroot" -DLOGO_BUILD_TESTS=ON \
+  -DLOGO_ARMHF_SYSROOT="$sysroot" -DLOGO_BUILD_TESTS=ON -DLOGO_WERROR=ON \
+  -DCMAKE_INSTALL_PREFIX=/usr -DCMAKE_INSTALL_LIBDIR=lib/$triplet -DLOGO_DEB_TARGET_ADMINDIR="$sysroot/var/lib/dpkg" \
   -DLOGO_NATIVE_END_TO_END_TEST="$here/build/tests/host/host_end_to_end_test" >/dev/null
 cmake --build "$build" -j2
 

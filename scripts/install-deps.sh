@@ -2,13 +2,15 @@
 # Installs what the build needs and is missing, with apt-get.
 #   scripts/install-deps.sh run    compiler, CMake, Qt 5 core, libmodbus
 #   scripts/install-deps.sh test   the above plus GoogleTest, Google Benchmark,
-#                                  valgrind and clang (sanitizers, libFuzzer)
+#                                  valgrind, clang (sanitizers, libFuzzer) and
+#                                  what makes and checks Debian packages
 #   scripts/install-deps.sh armhf  the run set plus GoogleTest, the armhf cross
 #                                  compiler and qemu-arm
 set -euo pipefail
 
 run_packages=(g++ make cmake pkg-config binutils qtbase5-dev libmodbus-dev)
-test_packages=(libgtest-dev libbenchmark-dev valgrind clang libclang-rt-14-dev)
+test_packages=(libgtest-dev libbenchmark-dev valgrind clang libclang-rt-14-dev
+               dpkg-dev file lintian)  # the Debian packages: CPack, dpkg-shlibdeps, lintian
 armhf_packages=(libgtest-dev g++-arm-linux-gnueabihf qemu-user file)
 
 case "${1:-run}" in

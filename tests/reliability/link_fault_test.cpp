@@ -92,8 +92,9 @@ TEST_P(LinkFault, GivesUpAsDocumentedThenResumes)
         return image == QByteArray::fromHex("e110");  // 4321
     });
     EXPECT_EQ(QByteArray::fromHex("e110"), image);
-    if (c.reconnects)
+    if (c.reconnects) {
         EXPECT_GT(h.link->connections(), 1);
+    }
 }
 
 INSTANTIATE_TEST_SUITE_P(EveryKind, LinkFault, ::testing::ValuesIn(kFaults),
