@@ -82,11 +82,13 @@ public:
         return out;
     }
     QString text() { return QString::fromLatin1(bytes(byte() % 12)); }
-    // An address text for an element: mostly the driver's own notation of
-    // it (V as byte.bit), sometimes any text.
-    QString addressText(int area, int address)
+    // The address text of a range from range(): mostly the driver's own
+    // notation of its start (V as byte.bit), sometimes any text, but never
+    // for a count longer than the range may cover: any text may convert to
+    // a start the range was not kept short for.
+    QString addressText(int area, int address, int count, int longest = kLongest)
     {
-        if (flag() && flag())
+        if (flag() && flag() && count <= longest)
             return text();
         if (area != AREA_V)
             return QString::number(address);

@@ -46,7 +46,7 @@ RW_VAR anyRecord(FuzzInput& in, bool write)
     RW_VAR v = RW_VAR();
     v.area = anyArea(in);
     in.range(&v.address, &v.count);
-    v.addressText = any & 0x01 ? in.text() : in.addressText(v.area, v.address);
+    v.addressText = in.addressText(v.area, v.address, any & 0x01 ? v.count : INT_MAX);
     v.station = any & 0x02 ? in.anyInt() : in.byte() % 3;
     v.sourceType = any & 0x04 ? in.anyInt() : 1;
     v.sourceId = any & 0x04 ? in.anyInt() : in.byte() % 4;
@@ -73,7 +73,7 @@ void rebuild(FuzzInput& in)
         // No limit of the cyclic list needs long ranges to be reached.
         int address;
         in.range(&address, &v.count, LONGEST_CYCLIC_RANGE);
-        v.addressText = in.addressText(v.area, address);
+        v.addressText = in.addressText(v.area, address, v.count, LONGEST_CYCLIC_RANGE);
         vars.append(v);
     }
     ReCreatReadVarList(&vars);
@@ -95,7 +95,7 @@ void imageAccess(FuzzInput& in)
     const int area = anyArea(in);
     int address, count;
     in.range(&address, &count);
-    const QString text = in.addressText(area, address);
+    const QString text = in.addressText(area, address, count);
     QByteArray data = in.bytes(in.byte() % 16);
     // Values are read into names first: the order in which a call's
     // arguments are evaluated is the compiler's, and the seeds rely on one.

@@ -17,7 +17,8 @@ public:
         return it == map_.end() ? -1 : it->second;
     }
     void insert(int station, int area, int address, int index) { map_[Key{station, area, address}] = index; }
-    void clear() { map_.clear(); }
+    // Releases the buckets too, as the list it indexes releases its entries.
+    void clear() { Map().swap(map_); }
 
 private:
     struct Key {

@@ -11,8 +11,6 @@ namespace {
 
 const int kEdges[] = {INT_MIN, INT_MIN + 1, -65536, -1, 0, 1, 65534, 65535, 65536, INT_MAX - 1, INT_MAX};
 
-std::string number(int value) { return std::to_string(value); }
-
 class Extremes : public DriverTest {};
 
 TEST_F(Extremes, ImageRangesAreCutAtTheAreasEnds)
