@@ -6,7 +6,14 @@
 // own, whose size they cannot know. The driver's callers clip first.
 #include "logo_modbus_tcp.h"
 
+#include <climits>
+
 namespace {
+
+// Two bytes a word: more words than this cannot be given back in one byte
+// array, nor counted in bytes without overflowing. No array of the host's
+// holds that many either, so such a count does nothing.
+const int MOST_WORDS = INT_MAX / 2;
 
 // out grows to hold at least size bytes and never shrinks: bytes beyond
 // those written keep their content.
@@ -54,7 +61,7 @@ void GetBitFromUS(QByteArray& out, unsigned short* words, int start, int count)
 
 void GetWordFromUS(QByteArray& out, unsigned short* area, int start, int count)
 {
-    if (count < 1)
+    if (count < 1 || count > MOST_WORDS)
         return;
     char* bytes = growTo(out, 2 * count);
     for (int i = 0; i < count; ++i)
@@ -64,7 +71,7 @@ void GetWordFromUS(QByteArray& out, unsigned short* area, int start, int count)
 void GetWordFromUI(QByteArray& out, unsigned short* area, int start, int count)
 {
     const int values = count / 2;
-    if (values < 1)
+    if (values < 1 || count > MOST_WORDS)
         return;
     // Counted in words like GetWordFromUS: counted in values, GCC 12 at -O3
     // loses the buffer's size and warns of a write past its end.

@@ -107,6 +107,19 @@ TEST(ExtremeConversions, WrapAsTheirThirtyTwoBitArithmetic)
         EXPECT_EQ(row.value, row.expected) << row.what;
 }
 
+// A count whose bytes no byte array can hold is no range of any array: the
+// packing operations do nothing with it rather than overflow its size.
+TEST(ExtremePacking, CountsBeyondAnyByteArrayDoNothing)
+{
+    unsigned short words[2] = {0x0102, 0x0304};
+    for (int count : {INT_MAX, INT_MAX - 1, INT_MAX / 2 + 1}) {
+        QByteArray out = hexBytes("AA");
+        GetWordFromUS(out, words, 0, count);
+        GetWordFromUI(out, words, 0, count);
+        EXPECT_EQ(hexText(out), "AA") << count;
+    }
+}
+
 // Every edge in every int argument and record field, through every entry
 // point, in both image forms and both frame modes; each queued record is
 // then served, so that its frame is built and its reply dispatched. The
