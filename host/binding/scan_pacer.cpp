@@ -66,10 +66,10 @@ void ScanPacer::release()
     changed_.notify_all();
 }
 
-int ScanPacer::usedThisPeriod() const
+bool ScanPacer::mayGo()
 {
     const std::lock_guard<std::mutex> lock(mutex_);
-    return used_;
+    return mayGoLocked(Clock::now());
 }
 
 }  // namespace logohost

@@ -37,8 +37,9 @@ public:
     // For good: pace() holds nothing any more (the loop is stopping).
     void release();
 
-    // Cyclic results counted in the current period, for tests and the status page.
-    int usedThisPeriod() const;
+    // Whether pace() would let a frame go now (it starts a new period when
+    // the old one is over).
+    bool mayGo();
 
 private:
     const std::chrono::milliseconds period_;
@@ -51,7 +52,7 @@ private:
     bool woken_ = false;
     Clock::time_point periodEnd_;
 
-    bool mayGoLocked(Clock::time_point now);
+    bool mayGoLocked(Clock::time_point now);  // under mutex_
 };
 
 }  // namespace logohost

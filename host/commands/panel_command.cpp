@@ -52,11 +52,12 @@ ServerSettings serverSettings(const Options& options)
 
 bool panelScreens(const Options& options, ScreenSet* out, std::string* error)
 {
+    const StationContext stations{options.multiStation, options.station};
     if (options.screensPath.empty()) {
-        *out = builtInScreens(options.multiStation);
+        *out = builtInScreens(stations);
         return true;
     }
-    return loadScreensFile(options.screensPath, options.multiStation, out, error);
+    return loadScreensFile(options.screensPath, stations, out, error);
 }
 
 }  // namespace

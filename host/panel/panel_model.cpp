@@ -12,7 +12,6 @@ namespace {
 
 constexpr std::chrono::minutes kTrendWindow{10};
 constexpr std::chrono::milliseconds kTrendStep{200};
-constexpr std::chrono::seconds kFreshWait{5};  // a first poll waits at most this long for its screen's reads
 constexpr std::chrono::milliseconds kWaitSlice{100};  // waiters look at the shutdown flag this often
 constexpr std::chrono::seconds kRateInterval{1};
 constexpr size_t kMaxReadVariables = 64;
@@ -78,7 +77,7 @@ PanelVariables indexVariables(const ScreenSet& screens, bool multiStation, int d
             Variable var = item.var;
             if (var.station == kNoStation && multiStation)
                 var.station = defaultStation;
-            const std::string key = elementName(var, 0, multiStation);
+            const std::string key = variableKey(var, StationContext{multiStation, defaultStation});
             auto found = byKey.find(key);
             if (found == byKey.end()) {
                 found = byKey.emplace(key, index.vars.size()).first;
@@ -310,7 +309,7 @@ void PanelModel::pollScreen(size_t screen)
     }
     if (wasScanned)
         return;
-    waitUntil(Clock::now() + kFreshWait, [&] {
+    waitUntil(Clock::now() + settings_.firstPollWait, [&] {
         for (const size_t var : screenVars_[screen])
             if (scanState_.element(var).lastResult <= mark)
                 return false;
@@ -415,11 +414,10 @@ int PanelModel::findVar(const std::string& varText, bool* badText, std::string* 
     *badText = !parseVariable(varText, settings_.multiStation, &var, error);
     if (*badText)
         return -1;
-    if (var.station == kNoStation && settings_.multiStation)
-        var.station = settings_.defaultStation;
-    const std::string key = elementName(var, 0, settings_.multiStation);
+    const StationContext stations{settings_.multiStation, settings_.defaultStation};
+    const std::string key = variableKey(var, stations);
     for (size_t v = 0; v < vars_.size(); ++v)
-        if (var.count == 1 && elementName(vars_[v].var, 0, settings_.multiStation) == key)
+        if (var.count == 1 && variableKey(vars_[v].var, stations) == key)
             return static_cast<int>(v);
     *error = varText + " is on no screen of this panel";
     return -1;

@@ -41,6 +41,7 @@ struct PanelSettings {
     bool remoteMode = false;
     bool readOnly = false;
     std::chrono::milliseconds lease{10000};         // a poll holds its screen this long
+    std::chrono::milliseconds firstPollWait{5000};  // a poll of a screen not scanned yet waits for its reads
     std::chrono::milliseconds scanPeriod{200};      // one pass of the cyclic list per period at most
     std::chrono::milliseconds resultDeadline{14000};  // the longest a write or read waits for the driver
     int demoteAfter = 3;                            // multi-station: given-up requests before a station goes off

@@ -322,7 +322,7 @@ void PanelServer::route()
     server.Get("/api/screens", [&model, &settings](const Request& req, Response& res) {
         const bool tokenOk = settings.token.empty() || tokenMatches(settings.token, req.get_header_value("Authorization"),
                                                                    req.get_header_value("Cookie"));
-        answer(res, 200, screensJson(model.screens(), tokenOk && !model.readOnly(), model.readOnly()));
+        answer(res, 200, screensJson(model.screens(), tokenOk, model.readOnly()));
     });
     server.Get("/api/values", [&model, screenOf](const Request& req, Response& res) {
         const int screen = screenOf(req, res);

@@ -24,7 +24,7 @@ Json itemConfigJson(const PanelItem& item)
 
 }  // namespace
 
-Json screensJson(const ScreenSet& screens, bool canWrite, bool readOnly)
+Json screensJson(const ScreenSet& screens, bool canChange, bool readOnly)
 {
     Json list = Json::array();
     for (const PanelScreen& screen : screens.screens) {
@@ -33,7 +33,11 @@ Json screensJson(const ScreenSet& screens, bool canWrite, bool readOnly)
             items.push_back(itemConfigJson(item));
         list.push_back({{"name", screen.name}, {"title", screen.title}, {"items", items}});
     }
-    return {{"title", screens.title}, {"canWrite", canWrite}, {"readOnly", readOnly}, {"screens", list}};
+    return {{"title", screens.title},
+            {"canWrite", canChange && !readOnly},
+            {"canReadNow", canChange},
+            {"readOnly", readOnly},
+            {"screens", list}};
 }
 
 Json itemJson(const ItemState& state)

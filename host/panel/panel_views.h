@@ -14,7 +14,9 @@ namespace logohost {
 
 using Json = nlohmann::json;
 
-Json screensJson(const ScreenSet& screens, bool canWrite, bool readOnly);
+// canChange: the request may make changes (it has the token, where one is
+// needed); writes also need a panel that is not read-only.
+Json screensJson(const ScreenSet& screens, bool canChange, bool readOnly);
 Json itemJson(const ItemState& state);
 Json itemsJson(const std::vector<ItemState>& states);
 Json statusJson(const PanelStatus& status);

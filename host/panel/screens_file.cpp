@@ -127,7 +127,7 @@ void parseWordSettings(const Json& json, const std::string& where, PanelItem* it
                         shownText(*item, item->var.kind == Kind::VD ? kDoubleMax : kWordMax) + " as scaled");
 }
 
-PanelItem parseItem(const Json& json, const std::string& where, bool multiStation)
+PanelItem parseItem(const Json& json, const std::string& where, StationContext stations)
 {
     if (!json.is_object())
         fail(where, "an item must be an object with at least \"var\"");
@@ -138,7 +138,7 @@ PanelItem parseItem(const Json& json, const std::string& where, bool multiStatio
     const std::string named = where + " (" + item.varText + ")";
     checkKeys(json, kItemKeys, named);
     std::string error;
-    if (!parseVariable(item.varText, multiStation, &item.var, &error))
+    if (!parseVariable(item.varText, stations.multiStation, &item.var, &error))
         fail(named, error);
     if (item.var.count != 1)
         fail(named, "an item shows one value: give each element an item of its own");
@@ -162,9 +162,6 @@ PanelItem parseItem(const Json& json, const std::string& where, bool multiStatio
     return item;
 }
 
-// The key that makes two texts the same variable ("vw10" and "VW10").
-std::string variableKey(const Variable& var, bool multiStation) { return elementName(var, 0, multiStation); }
-
 struct FirstUse {
     std::string where;
     const PanelItem* item;
@@ -180,7 +177,7 @@ void checkSameMeaning(const PanelItem& item, const std::string& where, const Fir
                         ": a variable must read the same on every screen");
 }
 
-PanelScreen parseScreen(const Json& json, const std::string& where, bool multiStation)
+PanelScreen parseScreen(const Json& json, const std::string& where, StationContext stations)
 {
     if (!json.is_object())
         fail(where, "a screen must be an object with \"name\" and \"items\"");
@@ -196,11 +193,11 @@ PanelScreen parseScreen(const Json& json, const std::string& where, bool multiSt
         fail(named, "\"items\" must be a list of at least one item");
     const Json& items = json.at("items");
     for (size_t i = 0; i < items.size(); ++i)
-        screen.items.push_back(parseItem(items[i], named + " item " + std::to_string(i), multiStation));
+        screen.items.push_back(parseItem(items[i], named + " item " + std::to_string(i), stations));
     return screen;
 }
 
-void checkAcrossScreens(const ScreenSet& set, bool multiStation)
+void checkAcrossScreens(const ScreenSet& set, StationContext stations)
 {
     std::map<std::string, FirstUse> firstUse;
     std::set<std::string> names;
@@ -212,7 +209,7 @@ void checkAcrossScreens(const ScreenSet& set, bool multiStation)
             const PanelItem& item = screen.items[i];
             const std::string where =
                 "screen \"" + screen.name + "\" item " + std::to_string(i) + " (" + item.varText + ")";
-            const std::string key = variableKey(item.var, multiStation);
+            const std::string key = variableKey(item.var, stations);
             if (!onThisScreen.insert(key).second)
                 fail(where, item.varText + " is on this screen twice");
             const auto found = firstUse.find(key);
@@ -243,7 +240,7 @@ std::string formatFixed(double value, int decimals)
 
 }  // namespace
 
-bool parseScreens(const std::string& text, const std::string& fileName, bool multiStation, ScreenSet* out,
+bool parseScreens(const std::string& text, const std::string& fileName, StationContext stations, ScreenSet* out,
                   std::string* error)
 {
     Json json;
@@ -263,8 +260,8 @@ bool parseScreens(const std::string& text, const std::string& fileName, bool mul
             fail("top level", "\"screens\" must be a list of at least one screen");
         const Json& screens = json.at("screens");
         for (size_t s = 0; s < screens.size(); ++s)
-            set.screens.push_back(parseScreen(screens[s], "screen " + std::to_string(s), multiStation));
-        checkAcrossScreens(set, multiStation);
+            set.screens.push_back(parseScreen(screens[s], "screen " + std::to_string(s), stations));
+        checkAcrossScreens(set, stations);
         *out = set;
         return true;
     } catch (const std::exception& e) {
@@ -273,7 +270,7 @@ bool parseScreens(const std::string& text, const std::string& fileName, bool mul
     }
 }
 
-bool loadScreensFile(const std::string& path, bool multiStation, ScreenSet* out, std::string* error)
+bool loadScreensFile(const std::string& path, StationContext stations, ScreenSet* out, std::string* error)
 {
     std::ifstream file(path);
     if (!file) {
@@ -282,17 +279,24 @@ bool loadScreensFile(const std::string& path, bool multiStation, ScreenSet* out,
     }
     std::stringstream content;
     content << file.rdbuf();
-    return parseScreens(content.str(), path, multiStation, out, error);
+    return parseScreens(content.str(), path, stations, out, error);
 }
 
-ScreenSet builtInScreens(bool multiStation)
+ScreenSet builtInScreens(StationContext stations)
 {
     const EmbeddedFile* file = findEmbeddedFile("builtin_screens.json");
     ScreenSet set;
     std::string error;
-    if (!file || !parseScreens(std::string(file->data, file->size), "built-in screens", multiStation, &set, &error))
+    if (!file || !parseScreens(std::string(file->data, file->size), "built-in screens", stations, &set, &error))
         throw std::logic_error("the built-in screens do not parse: " + error);
     return set;
+}
+
+std::string variableKey(Variable var, StationContext stations)
+{
+    if (var.station == kNoStation && stations.multiStation)
+        var.station = stations.defaultStation;
+    return elementName(var, 0, stations.multiStation);
 }
 
 double shownValue(const PanelItem& item, double raw) { return raw * item.scale + item.offset; }

@@ -46,15 +46,26 @@ struct ScreenSet {
     std::vector<PanelScreen> screens;
 };
 
+// Where the variables live: with multiStation a var may carry @STATION, and
+// one without it is on the default station.
+struct StationContext {
+    bool multiStation = false;
+    int defaultStation = 1;
+};
+
 // On failure *error names the file, the item (screen name, item index and
-// var) and what is wrong. With multiStation a var may carry @STATION.
-bool parseScreens(const std::string& text, const std::string& fileName, bool multiStation, ScreenSet* out,
+// var) and what is wrong.
+bool parseScreens(const std::string& text, const std::string& fileName, StationContext stations, ScreenSet* out,
                   std::string* error);
-bool loadScreensFile(const std::string& path, bool multiStation, ScreenSet* out, std::string* error);
+bool loadScreensFile(const std::string& path, StationContext stations, ScreenSet* out, std::string* error);
 
 // The screens a panel shows when no file is given: the simulator's moving
 // inputs and a few values to set.
-ScreenSet builtInScreens(bool multiStation);
+ScreenSet builtInScreens(StationContext stations);
+
+// The name that makes two texts the same element ("vw10" and "VW10", and
+// "VW10" and "VW10@1" on default station 1).
+std::string variableKey(Variable var, StationContext stations);
 
 // Raw controller value of a bit or word variable, as the item shows it.
 double shownValue(const PanelItem& item, double raw);

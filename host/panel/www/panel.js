@@ -287,7 +287,7 @@ class ItemCard {
 
 function noticeFor(config) {
   if (config.readOnly) return el("p", { class: "notice", text: "Read-only panel: values only, no controls." });
-  if (!config.canWrite) return el("p", { class: "notice", text: "View only: open the address logohost printed, with its token, to operate." });
+  if (!config.canReadNow) return el("p", { class: "notice", text: "View only: open the address logohost printed, with its token, to operate." });
   return null;
 }
 
@@ -320,8 +320,7 @@ async function showScreen(config, main) {
       readNow.disabled = false;
     }
   });
-  const head = el("div", { class: "page-head" }, [el("h1", { text: screen.title }),
-    config.readOnly || !config.canWrite ? null : readNow]);
+  const head = el("div", { class: "page-head" }, [el("h1", { text: screen.title }), config.canReadNow ? readNow : null]);
   main.replaceChildren(head, noticeFor(config) || "", grid);
   for (const card of cards.values()) card.chart?.draw();
 
