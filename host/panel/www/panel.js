@@ -124,12 +124,16 @@ class Chart {
     g.setTransform(ratio, 0, 0, ratio, 0, 0);
     g.clearRect(0, 0, width, height);
 
-    const end = Date.now(), start = end - this.windowMs;
+    // While the history is shorter than the window, it fills the width.
+    const end = Date.now();
+    const first = this.points.length ? this.points[0][0] : end;
+    const start = Math.max(end - this.windowMs, Math.min(first, end - 10e3));
+    const span = end - start;
     const visible = this.points.filter((p) => p[0] >= start - 2000);
     const [low, high] = this.range(visible);
     const left = 52, right = 10, top = 8, bottom = 22;
     const plotW = width - left - right, plotH = height - top - bottom;
-    const x = (t) => left + ((t - start) / this.windowMs) * plotW;
+    const x = (t) => left + ((t - start) / span) * plotW;
     const y = (v) => top + (1 - (v - low) / (high - low)) * plotH;
 
     g.font = "11px system-ui, sans-serif";
@@ -145,7 +149,7 @@ class Chart {
     }
     g.textAlign = "center";
     g.textBaseline = "top";
-    const step = this.windowMs / 4;
+    const step = [5e3, 10e3, 15e3, 30e3, 60e3, 120e3, 300e3].find((s) => span / s <= 5) || 300e3;
     for (let t = Math.ceil(start / step) * step; t <= end; t += step) {
       const px = Math.round(x(t)) + 0.5;
       g.beginPath(); g.moveTo(px, top); g.lineTo(px, top + plotH); g.stroke();
@@ -333,6 +337,10 @@ async function showScreen(config, main) {
   });
   events.addEventListener("status", (event) => { lastStatus = JSON.parse(event.data); showLink(lastStatus, true); });
   events.addEventListener("error", () => showLink(lastStatus, false));
+  // The open stream is what keeps this screen scanned: a page the browser
+  // keeps for its back button must not hold it. Back again, it starts afresh.
+  window.addEventListener("pagehide", () => events.close());
+  window.addEventListener("pageshow", (event) => { if (event.persisted) location.reload(); });
   // Charts move with time even while their values stand still.
   setInterval(() => { for (const card of cards.values()) card.chart?.schedule(); }, 1000);
 }
