@@ -32,11 +32,6 @@ const char* const kContentPolicy =
     "default-src 'none'; script-src 'self'; style-src 'self'; img-src 'self' data:; connect-src 'self'; "
     "base-uri 'none'; form-action 'none'; frame-ancestors 'none'";
 
-struct Page {
-    const char* file;
-    const char* type;
-};
-
 const char* contentTypeOf(const std::string& name)
 {
     const auto endsWith = [&name](const char* suffix) {
@@ -273,10 +268,10 @@ void PanelServer::route()
             res.set_content(content->data, content->size, contentTypeOf(file));
         };
     };
-    server.Get("/", page("www/index.html"));
-    server.Get("/status", page("www/status.html"));
+    server.Get("/", page("www/panel.html"));
+    server.Get("/status", page("www/panel.html"));
     server.Get(R"(/screen/([A-Za-z0-9_-]+))", [&model, page](const Request& req, Response& res) {
-        page("www/screen.html")(req, res);
+        page("www/panel.html")(req, res);
         if (model.findScreen(req.matches[1]) < 0)
             res.status = 404;  // the page says so too, from /api/screens
     });

@@ -427,9 +427,9 @@ async function start() {
     main.replaceChildren(el("p", { class: "notice", text: "The panel did not answer: " + error.message }));
     return;
   }
-  const page = document.body.dataset.page;
-  if (page === "screen") showScreen(config, main);
-  else if (page === "status") showStatus(config, main);
+  // One page for all addresses: /, /screen/NAME and /status.
+  if (location.pathname.startsWith("/screen/")) showScreen(config, main);
+  else if (location.pathname === "/status") showStatus(config, main);
   else showIndex(config, main);
 }
 
