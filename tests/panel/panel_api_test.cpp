@@ -203,7 +203,8 @@ TEST_F(PanelApi, PollingScansTheScreenAndNoOther)
     const httplib::Result values = send("GET", "/api/values?screen=main");
     ASSERT_TRUE(values);
     EXPECT_EQ(values->status, 200);
-    for (const Json& item : Json::parse(values->body)["items"])
+    const Json answer = Json::parse(values->body);
+    for (const Json& item : answer["items"])
         EXPECT_EQ(item["state"], "ok") << item.dump();  // the first poll waited for its screen's reads
     const Json scan = Json::parse(send("GET", "/api/status")->body)["scan"];
     EXPECT_EQ(scan["screens"], Json::array({"main"}));
