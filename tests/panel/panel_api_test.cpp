@@ -96,13 +96,15 @@ protected:
 
     std::string origin() const { return "http://127.0.0.1:" + std::to_string(port_); }
 
+    // The request log first: the simulator's thread writes to it until the
+    // simulator, destroyed before it, has stopped.
+    std::mutex logMutex_;
+    std::vector<std::string> log_;
     std::unique_ptr<logosim::Simulator> sim_;
     std::unique_ptr<httplib::Client> client_;
     FILE* out_ = nullptr;
     pid_t pid_ = 0;
     int port_ = 0;
-    std::mutex logMutex_;
-    std::vector<std::string> log_;
 };
 
 TEST_F(PanelApi, RefusalsAnswer4xxAndNothingReachesTheController)
