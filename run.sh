@@ -2,7 +2,8 @@
 # Installs what is missing, builds the driver, the reference host and the
 # simulator, and runs the host. Without arguments it watches a few variables
 # of the built-in LOGO! simulator for 20 seconds; with arguments they go to
-# the host unchanged, e.g. ./run.sh --plc 192.168.0.3 read VW0:4 AI1:2
+# the host unchanged, e.g. ./run.sh --plc 192.168.0.3 read VW0:4 AI1:2, or
+# ./run.sh panel for the operator panel in the browser.
 set -euo pipefail
 cd "$(dirname "$0")"
 scripts/install-deps.sh run

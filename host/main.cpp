@@ -52,6 +52,8 @@ int runCommand(const Options& options, const std::string& host, int port)
         return runWatch(context);
     if (options.command == "read")
         return runRead(context);
+    if (options.command == "panel")
+        return runPanel(context);
     return runWrite(context);
 }
 

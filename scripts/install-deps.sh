@@ -1,16 +1,19 @@
 #!/usr/bin/env bash
 # Installs what the build needs and is missing, with apt-get.
-#   scripts/install-deps.sh run    compiler, CMake, Qt 5 core, libmodbus
+#   scripts/install-deps.sh run    compiler, CMake, Qt 5 core, libmodbus, and for
+#                                  the panel cpp-httplib and nlohmann-json
 #   scripts/install-deps.sh test   the above plus GoogleTest, Google Benchmark,
-#                                  valgrind, clang (sanitizers, libFuzzer) and
-#                                  what makes and checks Debian packages
+#                                  valgrind, clang (sanitizers, libFuzzer), what
+#                                  makes and checks Debian packages, and Chromium,
+#                                  its driver and Selenium (the panel's browser tests)
 #   scripts/install-deps.sh armhf  the run set plus GoogleTest, the armhf cross
 #                                  compiler and qemu-arm
 set -euo pipefail
 
-run_packages=(g++ make cmake pkg-config binutils qtbase5-dev libmodbus-dev)
+run_packages=(g++ make cmake pkg-config binutils qtbase5-dev libmodbus-dev libcpp-httplib-dev nlohmann-json3-dev)
 test_packages=(libgtest-dev libbenchmark-dev valgrind clang libclang-rt-14-dev
-               dpkg-dev file lintian)  # the Debian packages: CPack, dpkg-shlibdeps, lintian
+               dpkg-dev file lintian  # the Debian packages: CPack, dpkg-shlibdeps, lintian
+               chromium chromium-driver python3-selenium)  # the panel's browser tests
 armhf_packages=(libgtest-dev g++-arm-linux-gnueabihf qemu-user file)
 
 case "${1:-run}" in

@@ -25,12 +25,13 @@ constexpr int kExitCannotListen = 1;
 constexpr int kExitUsage = 2;
 
 const char kUsage[] =
-    "usage: sim [--listen HOST[:PORT]] [--animate] [--fault RULE]... [--seed N]\n"
+    "usage: sim [--listen HOST[:PORT]] [--animate] [--fault RULE]... [--seed N] [--log-requests]\n"
     "  --listen HOST[:PORT]  address to serve on (default 127.0.0.1:5020; port 0 = any free port)\n"
     "  --animate             make I1..I8 and AI1..AI8 change over time\n"
     "  --fault RULE          KIND[:every=N][:prob=P][:delay=MS][:station=N][:code=C], repeatable;\n"
     "                        KIND: drop, drop-mid, late, short, long, exception, silent\n"
     "  --seed N              seed for prob= faults (default 1)\n"
+    "  --log-requests        print each request on standard output: unit, function, address, quantity\n"
     "While running, lines on standard input: 'fault RULE...' (or 'fault none'), 'pause', 'resume'.\n";
 
 int signalPipe[2] = {-1, -1};
@@ -112,6 +113,14 @@ bool parseArguments(int argc, char** argv, SimOptions* options, bool* help, std:
             *help = true;
         } else if (arg == "--animate") {
             options->animate = true;
+        } else if (arg == "--log-requests") {
+            // One write per line, flushed, so that a reader on a pipe sees
+            // each request as it comes.
+            options->requestLog = [](const std::string& line) {
+                const std::string text = "request " + line + "\n";
+                std::fwrite(text.data(), 1, text.size(), stdout);
+                std::fflush(stdout);
+            };
         } else if (arg == "--listen") {
             if (!parseListen(value, options, error))
                 return false;

@@ -1,6 +1,7 @@
 #include "sim/protocol.h"
 
 #include <algorithm>
+#include <cstdio>
 
 namespace logosim {
 
@@ -345,6 +346,50 @@ std::vector<uint8_t> faultReply(const uint8_t* data, size_t len, uint8_t excepti
     if (len < kMbapHeaderBytes + 1)
         return {};
     return modbusReply(data, exceptionPdu(data[kMbapHeaderBytes], exceptionCode));
+}
+
+RequestSummary summarizeRequest(const uint8_t* data, size_t len)
+{
+    RequestSummary summary;
+    summary.station = requestStation(data, len);
+    if (isRemoteModeRequest(data, len)) {
+        summary.remoteMode = true;
+        if (len < kRemoteCountOffset + 2)
+            return summary;
+        summary.function = data[kRemoteRwTypeOffset];
+        summary.write = summary.function == kRemoteWrite;
+        summary.area = be16(data + kRemoteAreaOffset);
+        summary.address = be32(data + kRemoteAddressOffset);
+        summary.quantity = be16(data + kRemoteCountOffset);
+        return summary;
+    }
+    if (len < kMbapHeaderBytes + 1)
+        return summary;
+    const uint8_t* pdu = data + kMbapHeaderBytes;
+    const size_t pduLen = len - kMbapHeaderBytes;
+    summary.function = pdu[0];
+    summary.write = pdu[0] == kFcWriteSingleCoil || pdu[0] == kFcWriteSingleRegister ||
+                    pdu[0] == kFcWriteMultipleCoils || pdu[0] == kFcWriteMultipleRegisters;
+    if (pduLen >= 3)
+        summary.address = be16(pdu + 1);
+    const bool single = pdu[0] == kFcWriteSingleCoil || pdu[0] == kFcWriteSingleRegister;
+    if (single)
+        summary.quantity = 1;
+    else if (pduLen >= 5)
+        summary.quantity = be16(pdu + 3);
+    return summary;
+}
+
+std::string requestLogLine(const RequestSummary& request)
+{
+    char line[128];
+    if (request.remoteMode)
+        std::snprintf(line, sizeof line, "unit %u remote %s area %d address %d quantity %d", request.station,
+                      request.write ? "write" : "read", request.area, request.address, request.quantity);
+    else
+        std::snprintf(line, sizeof line, "unit %u function %u address %d quantity %d", request.station,
+                      request.function, request.address, request.quantity);
+    return line;
 }
 
 }  // namespace logosim

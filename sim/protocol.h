@@ -31,6 +31,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <string>
 #include <vector>
 
 #include "sim/memory.h"
@@ -130,6 +131,22 @@ uint8_t requestStation(const uint8_t* data, size_t len);
 bool isRemoteModeRequest(const uint8_t* data, size_t len);
 // The reply an exception fault sends instead of the real one.
 std::vector<uint8_t> faultReply(const uint8_t* data, size_t len, uint8_t exceptionCode);
+
+// What one request asks for, as the request log shows it.
+struct RequestSummary {
+    bool remoteMode = false;
+    uint8_t station = 0;
+    uint8_t function = 0;  // Modbus function code; remote mode: 0 read, 1 write
+    int area = -1;         // remote mode only
+    int address = 0;       // Modbus address; remote mode: element number in the area
+    int quantity = 0;      // elements asked for (1 for a single write)
+    bool write = false;
+};
+// The summary of a complete request; the fields a frame too short to hold
+// stay 0.
+RequestSummary summarizeRequest(const uint8_t* data, size_t len);
+// "unit 1 function 3 address 528 quantity 2", "unit 2 remote write area 7 address 10 quantity 1"
+std::string requestLogLine(const RequestSummary& request);
 
 }  // namespace logosim
 

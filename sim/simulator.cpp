@@ -132,7 +132,7 @@ struct Simulator::Impl {
     std::mutex faultMutex;
     FaultPlan plan;
 
-    std::atomic<uint64_t> requests{0}, replies{0}, connectionsAccepted{0};
+    std::atomic<uint64_t> requests{0}, replies{0}, connectionsAccepted{0}, writeRequests{0};
     std::array<std::atomic<uint64_t>, kFaultKindCount> faults{};
 
     std::thread thread;
@@ -328,6 +328,11 @@ void Simulator::Impl::readFrom(Connection& conn)
 void Simulator::Impl::process(Connection& conn, const uint8_t* frame, size_t len)
 {
     ++requests;
+    const RequestSummary summary = summarizeRequest(frame, len);
+    if (summary.write)
+        ++writeRequests;
+    if (options.requestLog)
+        options.requestLog(requestLogLine(summary));
     FaultSpec fault;
     bool faulty = false;
     {
@@ -480,6 +485,7 @@ SimStats Simulator::stats() const
     out.requests = impl_->requests;
     out.replies = impl_->replies;
     out.connections = impl_->connectionsAccepted;
+    out.writeRequests = impl_->writeRequests;
     for (int k = 0; k < kFaultKindCount; ++k)
         out.faults[k] = impl_->faults[k];
     return out;

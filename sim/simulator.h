@@ -17,6 +17,7 @@
 
 #include <array>
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <string>
 #include <vector>
@@ -62,12 +63,16 @@ struct SimOptions {
     bool animate = false;            // I1..I8 and AI1..AI8 change over time
     std::vector<FaultSpec> faults;
     unsigned seed = 1;               // for probabilistic faults
+    // Called on the server thread with each request's requestLogLine, before
+    // it is answered; it must not call back into the simulator.
+    std::function<void(const std::string&)> requestLog;
 };
 
 struct SimStats {
     uint64_t requests = 0;     // complete requests received
     uint64_t replies = 0;      // replies sent in full (faulty ones included)
     uint64_t connections = 0;  // connections accepted
+    uint64_t writeRequests = 0;  // requests with a write function (or remote-mode writes), answered or not
     std::array<uint64_t, kFaultKindCount> faults{};
     uint64_t faultsOf(FaultKind kind) const { return faults[static_cast<int>(kind)]; }
 };
@@ -109,7 +114,7 @@ private:
 
 // The host's `sim` subcommand: --listen HOST[:PORT] (default 127.0.0.1:5020,
 // port 0 = any free port), --animate, --fault RULE (repeatable), --seed N,
-// --help. Prints "LOGO! simulator listening on HOST:PORT" first, then serves
+// --log-requests (each request's requestLogLine on standard output), --help. Prints "LOGO! simulator listening on HOST:PORT" first, then serves
 // until SIGINT or SIGTERM and returns 0 (2 for bad arguments, 1 if it cannot
 // listen). Lines on standard input change it while it runs:
 //   fault RULE [RULE...]   replace the fault rules ("fault none" clears them)

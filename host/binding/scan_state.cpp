@@ -90,6 +90,7 @@ void ScanState::onResult(const RequestResult& result)
         if (!covers(element, result))
             continue;
         ElementStatus& status = element.status;
+        status.lastResult = results_;
         if (isSuccessCode(result.returnCode)) {
             status.state = ElementState::Ok;
             status.failuresInRow = 0;
@@ -122,6 +123,18 @@ std::vector<ElementStatus> ScanState::snapshot() const
     for (const Element& element : elements_)
         statuses.push_back(element.status);
     return statuses;
+}
+
+ElementStatus ScanState::element(size_t index) const
+{
+    const std::lock_guard<std::mutex> lock(mutex_);
+    return index < elements_.size() ? elements_[index].status : ElementStatus();
+}
+
+uint64_t ScanState::resultCount() const
+{
+    const std::lock_guard<std::mutex> lock(mutex_);
+    return results_;
 }
 
 void ScanState::waitForResult(std::chrono::milliseconds timeout) const

@@ -29,6 +29,7 @@ struct ElementStatus {
     int exceptionCode = 0;   // Modbus exception behind it, if any
     std::string refusal;     // why the host refused the reply behind it, if it did
     int failuresInRow = 0;
+    uint64_t lastResult = 0;  // the number of the result that last covered it, 0: none yet
 };
 
 // "ok", "never read", "no reply", "illegal data address", "station off",
@@ -47,6 +48,10 @@ public:
     void onStation(int station, bool off);
 
     std::vector<ElementStatus> snapshot() const;
+    ElementStatus element(size_t index) const;
+    // Results seen so far; an element whose lastResult is above this number
+    // taken earlier has been read (or failed) since.
+    uint64_t resultCount() const;
     // Returns when the next result arrives, or after the timeout.
     void waitForResult(std::chrono::milliseconds timeout) const;
 

@@ -59,4 +59,10 @@ void StationDemotion::tick()
     }
 }
 
+void StationDemotion::forget(int station)
+{
+    givenUpInRow_.erase(station);
+    offUntil_.erase(station);
+}
+
 }  // namespace logohost

@@ -23,6 +23,9 @@ public:
     // Both on the communication thread.
     void onResult(const RequestResult& result);
     void tick();
+    // The operator switched the station by hand: no count or timer of the
+    // demotion may switch it back.
+    void forget(int station);
 
 private:
     using Clock = std::chrono::steady_clock;

@@ -40,7 +40,7 @@ bool parseSeconds(const std::string& text, double min, double max, double* out)
 }
 
 // HOST, HOST:PORT, [V6]:PORT; a bare IPv6 address (several colons) is a host.
-bool parsePlc(const std::string& text, Options* options)
+bool parseHostPort(const std::string& text, int minPort, std::string* hostOut, int* portOut)
 {
     std::string host = text;
     std::string port;
@@ -60,8 +60,21 @@ bool parsePlc(const std::string& text, Options* options)
     }
     if (host.empty())
         return false;
-    options->plcHost = host;
-    return port.empty() || parseInt(port, 1, kMaxPort, &options->plcPort);
+    *hostOut = host;
+    return port.empty() || parseInt(port, minPort, kMaxPort, portOut);
+}
+
+// A token travels in addresses, cookies and headers: plain characters only.
+bool isTokenText(const std::string& text)
+{
+    constexpr size_t kMinToken = 8;
+    constexpr size_t kMaxToken = 128;
+    if (text.size() < kMinToken || text.size() > kMaxToken)
+        return false;
+    for (const char c : text)
+        if (!std::isalnum(static_cast<unsigned char>(c)) && c != '-' && c != '_')
+            return false;
+    return true;
 }
 
 struct OptionRule {
@@ -74,7 +87,8 @@ const std::vector<OptionRule>& optionRules()
 {
     using S = const std::string&;
     static const std::vector<OptionRule> rules = {
-        {"--plc", "HOST or HOST:PORT (port 1-65535)", [](Options* o, S v) { return parsePlc(v, o); }},
+        {"--plc", "HOST or HOST:PORT (port 1-65535)",
+         [](Options* o, S v) { return parseHostPort(v, 1, &o->plcHost, &o->plcPort); }},
         {"--station", "a station number from 0 to 255",
          [](Options* o, S v) { return parseInt(v, 0, kMaxStation, &o->station); }},
         {"--stations", "", [](Options* o, S) { return o->multiStation = true; }},
@@ -104,6 +118,21 @@ const std::vector<OptionRule>& optionRules()
              o->driverPath = v;
              return !v.empty();
          }},
+        {"--screens", "the path of a screens file (JSON)",
+         [](Options* o, S v) {
+             o->screensPath = v;
+             return !v.empty();
+         }},
+        {"--listen", "HOST or HOST:PORT (port 0-65535, 0: any free port)",
+         [](Options* o, S v) { return parseHostPort(v, 0, &o->listenHost, &o->listenPort); }},
+        {"--token", "8 to 128 letters, digits, '-' or '_'",
+         [](Options* o, S v) {
+             o->token = v;
+             return isTokenText(v);
+         }},
+        {"--read-only", "", [](Options* o, S) { return o->readOnly = true; }},
+        {"--scan-period", "seconds from 0 to 60",
+         [](Options* o, S v) { return parseSeconds(v, 0, 60, &o->scanPeriodSeconds); }},
         {"--help", "", [](Options* o, S) { return o->help = true; }},
         {"-h", "", [](Options* o, S) { return o->help = true; }},
     };
@@ -118,7 +147,10 @@ const OptionRule* findOption(const std::string& name)
     return nullptr;
 }
 
-bool isCommand(const std::string& word) { return word == "watch" || word == "read" || word == "write" || word == "sim"; }
+bool isCommand(const std::string& word)
+{
+    return word == "watch" || word == "read" || word == "write" || word == "panel" || word == "sim";
+}
 
 // One option at argv[*i]; advances *i past its value.
 bool applyOption(int argc, char** argv, int* i, Options* options, std::string* error)
@@ -158,7 +190,19 @@ bool applyOption(int argc, char** argv, int* i, Options* options, std::string* e
 bool checkArguments(const Options& options, std::string* error)
 {
     if (options.command.empty()) {
-        *error = "no command given: expected watch, read, write or sim (see logohost --help)";
+        *error = "no command given: expected watch, read, write, panel or sim (see logohost --help)";
+        return false;
+    }
+    const bool panelOptions = !options.screensPath.empty() || !options.listenHost.empty() || !options.token.empty() ||
+                              options.readOnly;
+    if (options.command != "panel" && panelOptions) {
+        *error = "--screens, --listen, --token and --read-only are options of the panel command";
+        return false;
+    }
+    if (options.command == "panel") {
+        if (options.args.empty())
+            return true;
+        *error = "panel takes no variables: its screens come from --screens FILE (or the built-in ones)";
         return false;
     }
     if (options.command != "sim" && options.args.empty()) {
@@ -184,7 +228,8 @@ ParseStatus parseOptions(int argc, char** argv, Options* out, std::string* error
                 return kParseError;
         } else if (options.command.empty()) {
             if (!isCommand(word)) {
-                *error = "unknown command \"" + word + "\": expected watch, read, write or sim (see logohost --help)";
+                *error = "unknown command \"" + word +
+                         "\": expected watch, read, write, panel or sim (see logohost --help)";
                 return kParseError;
             }
             options.command = word;
@@ -210,6 +255,8 @@ Commands:
   watch VAR...          scan the variables cyclically and show them live
   read VAR...           read the variables once (one full scan) and print them
   write VAR=VALUE...    write values to the controller and wait for each result
+  panel [--screens FILE] [--listen HOST:PORT] [--token TOKEN] [--read-only]
+                        serve an operator panel to browsers and print its address
   sim [--listen HOST:PORT] [--animate] [--fault KIND[:every=N]...]...
                         run the simulated controller as a server (sim --help)
 
@@ -232,17 +279,31 @@ Options:
   --retries N           failed replies before a request is given up (default 2)
   --timeout SECONDS     reply time-out (default 1)
   --interval SECONDS    watch: display refresh / scan line period (default 1)
-  --duration SECONDS    watch: stop after this long (default: until Ctrl-C)
+  --duration SECONDS    watch, panel: stop after this long (default: until Ctrl-C)
   --format FORMAT       table (default), csv or jsonl
   --trace               every frame in hex on standard error
   --driver PATH         the driver library (default: beside logohost)
   --help                this text
+
+Panel options:
+  --screens FILE        the screens (JSON; see README.md); default: built-in
+                        screens for the simulator
+  --listen HOST[:PORT]  where browsers connect (default 127.0.0.1:8502; port 0:
+                        any free port). Off loopback, changes need a token.
+  --token TOKEN         the token changes need (default: none on loopback,
+                        else generated and printed in the address)
+  --read-only           no writes and no station switching, and no controls
+  --scan-period SECONDS one pass over the scanned variables per period at most
+                        (default 0.2; 0: as fast as the link goes)
+  The panel scans only the screens some browser shows (or a script polled in
+  the last 10 s), plus the trended variables, always.
 
 Examples:
   logohost watch VW0:4 AI1:2 Q1:4
   logohost --plc 192.168.0.3 read AM1:4 V10.3 --format csv
   logohost --plc 192.168.0.3 write VW0=1234 Q1=on VD4=-100000
   logohost --stations --plc 192.168.0.3 watch VW0:2@1 VW0:2@2 --demote-after 1
+  logohost panel --plc 192.168.0.3 --screens pumps.json
   logohost sim --listen 127.0.0.1:5020 --animate --fault late:every=10:delay=1500
 )";
 }

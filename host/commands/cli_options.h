@@ -10,7 +10,7 @@ namespace logohost {
 enum class Format { Table, Csv, Jsonl };
 
 struct Options {
-    std::string command;            // watch, read, write or sim
+    std::string command;            // watch, read, write, panel or sim
     std::vector<std::string> args;  // variables, VAR=VALUE pairs, or the simulator's own arguments
     std::string plcHost;            // empty: the built-in simulator
     int plcPort = 502;
@@ -27,6 +27,13 @@ struct Options {
     bool trace = false;
     Format format = Format::Table;
     std::string driverPath;  // empty: beside the executable
+    // panel
+    std::string screensPath;  // empty: the built-in screens
+    std::string listenHost;   // empty: 127.0.0.1
+    int listenPort = 8502;
+    std::string token;        // empty: generated when listening off loopback
+    bool readOnly = false;
+    double scanPeriodSeconds = 0.2;
     bool help = false;
 };
 

@@ -42,6 +42,8 @@ bool parseVariablesOrReport(const Options& options, std::vector<Variable>* out)
 
 bool checkCommandArguments(const Options& options, std::string* error)
 {
+    if (options.command == "panel")
+        return checkPanelArguments(options, error);
     if (options.command != "write") {
         std::vector<Variable> variables;
         return parseVariables(options, &variables, error);
@@ -53,6 +55,17 @@ bool checkCommandArguments(const Options& options, std::string* error)
     }
     return true;
 }
+
+#if !LOGOHOST_WITH_PANEL
+// A cross build leaves the panel out by default (LOGO_BUILD_PANEL).
+bool checkPanelArguments(const Options&, std::string* error)
+{
+    *error = "this logohost was built without the panel (LOGO_BUILD_PANEL=OFF)";
+    return false;
+}
+
+int runPanel(CommandContext&) { return kExitUsage; }
+#endif
 
 Communication::Communication(CommandContext& context, CommLoop::ResultSink sink, StationReport onStation)
     : lastRateAt_(std::chrono::steady_clock::now())

@@ -33,6 +33,10 @@ struct CommandContext {
 int runWatch(CommandContext& context);
 int runRead(CommandContext& context);
 int runWrite(CommandContext& context);
+// The panel, when this logohost is built with it (LOGO_BUILD_PANEL); its
+// screens file is checked before any I/O.
+int runPanel(CommandContext& context);
+bool checkPanelArguments(const Options& options, std::string* error);
 
 bool parseVariables(const Options& options, std::vector<Variable>* out, std::string* error);
 // The same for a command: a bad variable is reported on stderr.

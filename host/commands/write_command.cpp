@@ -1,9 +1,7 @@
 // `write`: queue each value with the driver and wait for its own result.
-#include <condition_variable>
 #include <cstdio>
-#include <mutex>
-#include <set>
 
+#include "host/binding/write_tracker.h"
 #include "host/commands/commands.h"
 #include "host/commands/interrupt.h"
 #include "host/notation/reply_words.h"
@@ -12,113 +10,7 @@
 namespace logohost {
 namespace {
 
-// The requester category of the host's writes; it shows in failure codes as
-// base + 1 + this.
-constexpr int kWriteSourceType = 1;
-constexpr int kWriteResult = 1;  // rwType of a write's result
 constexpr std::chrono::milliseconds kPoll{10};
-
-struct PendingWrite {
-    WriteRequest request;
-    int sourceId = 0;
-    int station = 0;
-    std::set<int> unconfirmed;  // driver addresses no good result has covered yet
-    bool failed = false;
-    bool noReply = false;
-    std::string reason;
-};
-
-// Matches the driver's results to the writes by sourceId. One write may take
-// several frames (one per coil, or one per block of words), so it is done
-// only when good results have covered all its addresses.
-class WriteTracker {
-public:
-    explicit WriteTracker(bool multiStation) : multiStation_(multiStation) {}
-
-    void add(const WriteRequest& request, int sourceId, int station)
-    {
-        PendingWrite write;
-        write.request = request;
-        write.sourceId = sourceId;
-        write.station = station;
-        const int first = driverAddress(request.var);
-        for (int address = first; address < first + driverCount(request.var); ++address)
-            write.unconfirmed.insert(address);
-        const std::lock_guard<std::mutex> lock(mutex_);
-        writes_.push_back(write);
-    }
-
-    void onResult(const RequestResult& result)
-    {
-        if (result.returnCode == RC_RETRYING)
-            return;
-        const std::lock_guard<std::mutex> lock(mutex_);
-        resultArrived_.notify_all();
-        const bool ownResult = result.rwType == kWriteResult && result.sourceType == kWriteSourceType;
-        for (PendingWrite& write : writes_) {
-            if (ownResult && write.sourceId == result.sourceId)
-                settle(&write, result);
-            else if (result.failCallback)
-                dropWith(&write, result);
-        }
-    }
-
-    // Waits for the next result, at most the timeout; true once every write
-    // has its outcome.
-    bool waitUntilSettled(std::chrono::milliseconds timeout) const
-    {
-        std::unique_lock<std::mutex> lock(mutex_);
-        resultArrived_.wait_for(lock, timeout, [this] { return settledLocked(); });
-        return settledLocked();
-    }
-
-    std::vector<PendingWrite> writes() const
-    {
-        const std::lock_guard<std::mutex> lock(mutex_);
-        return writes_;
-    }
-
-private:
-    const bool multiStation_;
-    mutable std::mutex mutex_;
-    mutable std::condition_variable resultArrived_;
-    std::vector<PendingWrite> writes_;
-
-    static bool open(const PendingWrite& write) { return !write.failed && !write.unconfirmed.empty(); }
-
-    bool settledLocked() const
-    {
-        for (const PendingWrite& write : writes_)
-            if (open(write))
-                return false;
-        return true;
-    }
-
-    static void settle(PendingWrite* write, const RequestResult& result)
-    {
-        if (isSuccessCode(result.returnCode)) {
-            for (int address = result.address; address < result.address + result.count; ++address)
-                write->unconfirmed.erase(address);
-        } else if (!write->failed) {
-            write->failed = true;
-            write->reason = failureText(result.returnCode, result.exceptionCode, result.refusal);
-            write->noReply = isNoReplyCode(result.returnCode) && result.refusal.empty();
-        }
-    }
-
-    // A given-up request makes the driver drop the writes still queued (all
-    // of them on one controller, those for its station on several), with no
-    // result of their own.
-    void dropWith(PendingWrite* write, const RequestResult& result) const
-    {
-        if (!open(*write) || (multiStation_ && write->station != result.station))
-            return;
-        write->failed = true;
-        write->reason = "dropped by the driver when " +
-                        rangeName(result.area, result.address, result.count, result.station, multiStation_) +
-                        " was given up: " + failureText(result.returnCode, result.exceptionCode, result.refusal);
-    }
-};
 
 std::string valuesText(const WriteRequest& request)
 {
@@ -149,8 +41,8 @@ bool report(const std::vector<PendingWrite>& writes, Format format, bool interru
     bool allGood = true;
     for (const PendingWrite& write : writes) {
         const std::string values = valuesText(write.request);
-        std::string outcome = "written";
-        if (write.failed || !write.unconfirmed.empty()) {
+        std::string outcome = write.replacedBy ? write.reason : "written";
+        if (!write.written() && !write.replacedBy) {
             allGood = false;
             const std::string reason = failureReason(write, interrupted, link);
             outcome = "failed: " + reason;

@@ -54,9 +54,27 @@ TEST(CommandLine, PlcAddressForms)
     }
 }
 
+TEST(CommandLine, PanelOptions)
+{
+    Options options;
+    std::string error;
+    ASSERT_EQ(parse({"panel", "--screens", "pumps.json", "--listen", "[::1]:0", "--token", "s3cret-Token_1",
+                     "--read-only", "--scan-period", "0"},
+                    &options, &error),
+              kParsed)
+        << error;
+    EXPECT_EQ(options.command, "panel");
+    EXPECT_EQ(options.screensPath, "pumps.json");
+    EXPECT_EQ(options.listenHost, "::1");
+    EXPECT_EQ(options.listenPort, 0);
+    EXPECT_EQ(options.token, "s3cret-Token_1");
+    EXPECT_TRUE(options.readOnly);
+    EXPECT_DOUBLE_EQ(options.scanPeriodSeconds, 0);
+}
+
 TEST(CommandLine, BadOnesAreRejectedWithAClearMessage)
 {
-    const std::string kCommands = "expected watch, read, write or sim (see logohost --help)";
+    const std::string kCommands = "expected watch, read, write, panel or sim (see logohost --help)";
     const struct {
         std::vector<std::string> words;
         std::string message;
@@ -75,6 +93,14 @@ TEST(CommandLine, BadOnesAreRejectedWithAClearMessage)
          "bad value \"126\" for --max-block: expected a number of words from 1 to 125"},
         {{"read", "VW0", "--interval"}, "option --interval needs a value: seconds from 0.05 to 3600"},
         {{"read", "VW0", "--trace=yes"}, "option --trace takes no value, got \"yes\""},
+        {{"panel", "VW0"}, "panel takes no variables: its screens come from --screens FILE (or the built-in ones)"},
+        {{"watch", "VW0", "--read-only"}, "--screens, --listen, --token and --read-only are options of the panel command"},
+        {{"panel", "--token", "short"}, "bad value \"short\" for --token: expected 8 to 128 letters, digits, '-' or '_'"},
+        {{"panel", "--token", "has space 123"},
+         "bad value \"has space 123\" for --token: expected 8 to 128 letters, digits, '-' or '_'"},
+        {{"panel", "--listen", "127.0.0.1:65536"},
+         "bad value \"127.0.0.1:65536\" for --listen: expected HOST or HOST:PORT (port 0-65535, 0: any free port)"},
+        {{"panel", "--scan-period", "-1"}, "bad value \"-1\" for --scan-period: expected seconds from 0 to 60"},
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.message);

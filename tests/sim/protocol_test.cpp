@@ -307,3 +307,32 @@ TEST(Framing, ModbusHeaderThatCannotBeTrustedIsUnframeable)
 }
 
 }  // namespace
+
+TEST(RequestLog, NamesUnitFunctionAddressAndQuantity)
+{
+    Bytes otherUnit = modbus(kFcReadCoils, 8192, 4);
+    otherUnit[6] = 7;
+    const struct {
+        const char* name;
+        Bytes request;
+        bool write;
+        const char* line;
+    } rows[] = {
+        {"holding read", modbus(kFcReadHoldingRegisters, 528, 2), false, "unit 1 function 3 address 528 quantity 2"},
+        {"coil read, unit 7", otherUnit, false, "unit 7 function 1 address 8192 quantity 4"},
+        {"single coil write", modbus(kFcWriteSingleCoil, 8192, kCoilOn), true, "unit 1 function 5 address 8192 quantity 1"},
+        {"single register write", modbus(kFcWriteSingleRegister, 10, 4321), true,
+         "unit 1 function 6 address 10 quantity 1"},
+        {"register block write", modbus(kFcWriteMultipleRegisters, 10, 2, {0, 1, 0, 2}), true,
+         "unit 1 function 16 address 10 quantity 2"},
+        {"coil block write", modbus(kFcWriteMultipleCoils, 0, 3, {0x05}), true, "unit 1 function 15 address 0 quantity 3"},
+        {"remote read", remote(7, 10, 2, {}, 2), false, "unit 2 remote read area 7 address 10 quantity 2"},
+        {"remote write", remote(1, 3, 1, {1}), true, "unit 1 remote write area 1 address 3 quantity 1"},
+    };
+    for (const auto& row : rows) {
+        SCOPED_TRACE(row.name);
+        const RequestSummary summary = summarizeRequest(row.request.data(), row.request.size());
+        EXPECT_EQ(summary.write, row.write);
+        EXPECT_EQ(requestLogLine(summary), row.line);
+    }
+}

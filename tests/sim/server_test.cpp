@@ -5,6 +5,7 @@
 #include <modbus.h>
 
 #include <cerrno>
+#include <mutex>
 #include <string>
 #include <vector>
 
@@ -90,6 +91,33 @@ TEST_F(SimulatorTest, EachStationHasItsOwnMemory)
     ASSERT_EQ(modbus_read_registers(two.ctx, 512, 1, &value), 1);
     EXPECT_EQ(value, 222);
     EXPECT_EQ(sim_.word(3, Table::HoldingRegister, 512), 0);
+}
+
+TEST(SimulatorRequestLog, NamesEveryRequestAndCountsWrites)
+{
+    std::mutex mutex;
+    std::vector<std::string> lines;
+    SimOptions options;
+    options.requestLog = [&](const std::string& line) {
+        const std::lock_guard<std::mutex> lock(mutex);
+        lines.push_back(line);
+    };
+    Simulator sim(options);
+    std::string error;
+    ASSERT_TRUE(sim.start(&error)) << error;
+    Client client(sim.port(), 3);
+    ASSERT_EQ(modbus_connect(client.ctx), 0);
+    uint16_t words[2];
+    ASSERT_EQ(modbus_read_registers(client.ctx, 528, 2, words), 2);
+    ASSERT_EQ(modbus_write_register(client.ctx, 10, 4321), 1);
+    EXPECT_EQ(modbus_write_register(client.ctx, 520, 1), -1);  // refused, but asked for all the same
+    const SimStats stats = sim.stats();
+    EXPECT_EQ(stats.requests, 3u);
+    EXPECT_EQ(stats.writeRequests, 2u);
+    const std::lock_guard<std::mutex> lock(mutex);
+    EXPECT_EQ(lines, (std::vector<std::string>{"unit 3 function 3 address 528 quantity 2",
+                                               "unit 3 function 6 address 10 quantity 1",
+                                               "unit 3 function 6 address 520 quantity 1"}));
 }
 
 struct FaultCase {

@@ -1,0 +1,108 @@
+#include "host/panel/once_reads.h"
+
+#include "host/notation/reply_words.h"
+
+namespace logohost {
+namespace {
+
+constexpr int kReadDone = 1;
+
+}  // namespace
+
+void OnceReads::add(int sourceId, int station)
+{
+    const std::lock_guard<std::mutex> lock(mutex_);
+    OnceRead read;
+    read.station = station;
+    reads_[sourceId] = read;
+}
+
+void OnceReads::onReadDone(int sourceType, int sourceId, int status)
+{
+    if (sourceType != kOnceReadSourceType)
+        return;
+    const std::lock_guard<std::mutex> lock(mutex_);
+    const auto found = reads_.find(sourceId);
+    if (found == reads_.end())
+        return;
+    found->second.done = true;
+    found->second.ok = status == kReadDone;
+    changed_.notify_all();
+}
+
+void OnceReads::onResult(const RequestResult& result)
+{
+    if (result.sourceType != kOnceReadSourceType || result.returnCode == RC_RETRYING)
+        return;
+    const std::lock_guard<std::mutex> lock(mutex_);
+    const auto found = reads_.find(result.sourceId);
+    if (found == reads_.end() || found->second.resultSeen)
+        return;
+    found->second.resultSeen = true;
+    if (isFinalFailure(result.returnCode))
+        found->second.reason = failureText(result.returnCode, result.exceptionCode, result.refusal);
+    changed_.notify_all();
+}
+
+void OnceReads::fail(int sourceId, const std::string& reason)
+{
+    const std::lock_guard<std::mutex> lock(mutex_);
+    OnceRead& read = reads_[sourceId];
+    read.done = true;
+    read.ok = false;
+    read.resultSeen = true;
+    read.reason = reason;
+    changed_.notify_all();
+}
+
+void OnceReads::dropStation(int station, const std::string& reason)
+{
+    const std::lock_guard<std::mutex> lock(mutex_);
+    for (auto& entry : reads_) {
+        OnceRead& read = entry.second;
+        if (read.station != station || read.done)
+            continue;
+        read.done = true;
+        read.resultSeen = true;
+        read.reason = reason;
+    }
+    changed_.notify_all();
+}
+
+bool OnceReads::waitFor(const std::vector<int>& sourceIds, std::chrono::steady_clock::time_point deadline) const
+{
+    std::unique_lock<std::mutex> lock(mutex_);
+    return changed_.wait_until(lock, deadline, [&] {
+        for (const int id : sourceIds) {
+            const auto found = reads_.find(id);
+            if (found != reads_.end() && !settled(found->second))
+                return false;
+        }
+        return true;
+    });
+}
+
+OnceRead OnceReads::outcome(int sourceId) const
+{
+    const std::lock_guard<std::mutex> lock(mutex_);
+    const auto found = reads_.find(sourceId);
+    return found == reads_.end() ? OnceRead() : found->second;
+}
+
+void OnceReads::forget(const std::vector<int>& sourceIds)
+{
+    const std::lock_guard<std::mutex> lock(mutex_);
+    for (const int id : sourceIds)
+        reads_.erase(id);
+}
+
+bool OnceReads::anyOpen() const
+{
+    const std::lock_guard<std::mutex> lock(mutex_);
+    for (const auto& entry : reads_)
+        if (!entry.second.done)
+            return true;
+    return false;
+}
+
+}  // namespace logohost

@@ -1,0 +1,313 @@
+#include "host/panel/screens_file.h"
+
+#include <cmath>
+#include <cstdio>
+#include <fstream>
+#include <map>
+#include <set>
+#include <sstream>
+
+#include <nlohmann/json.hpp>
+
+#include "host/notation/value_codec.h"
+#include "host/panel/embedded_files.h"
+
+namespace logohost {
+namespace {
+
+using Json = nlohmann::json;
+
+constexpr size_t kMaxNameLength = 40;
+constexpr size_t kMaxTextLength = 80;
+constexpr int kMaxDecimals = 6;
+constexpr double kWordMin = -32768;  // words read back signed, so a write must fit that range
+constexpr double kWordMax = 32767;
+constexpr double kDoubleMin = -2147483648.0;
+constexpr double kDoubleMax = 2147483647.0;
+
+const std::set<std::string> kTopKeys = {"title", "screens"};
+const std::set<std::string> kScreenKeys = {"name", "title", "items"};
+const std::set<std::string> kItemKeys = {"var",   "label", "unit",     "write", "trend", "scale", "offset",
+                                         "decimals", "min", "max", "on",  "off"};
+const std::set<std::string> kWordOnlyKeys = {"scale", "offset", "decimals", "min", "max"};
+const std::set<std::string> kBitOnlyKeys = {"on", "off"};
+
+std::string keyList(const std::set<std::string>& keys)
+{
+    std::string text;
+    for (const std::string& key : keys)
+        text += (text.empty() ? "" : ", ") + key;
+    return text;
+}
+
+// Throws the message that parseScreens hands back; `where` says which part
+// of the file it is about.
+[[noreturn]] void fail(const std::string& where, const std::string& what) { throw std::runtime_error(where + ": " + what); }
+
+void checkKeys(const Json& object, const std::set<std::string>& allowed, const std::string& where)
+{
+    for (auto it = object.begin(); it != object.end(); ++it)
+        if (!allowed.count(it.key()))
+            fail(where, "unknown key \"" + it.key() + "\" (expected " + keyList(allowed) + ")");
+}
+
+std::string text(const Json& object, const char* key, const std::string& where, const std::string& fallback)
+{
+    if (!object.contains(key))
+        return fallback;
+    const Json& value = object.at(key);
+    if (!value.is_string())
+        fail(where, std::string("\"") + key + "\" must be a string");
+    const std::string result = value.get<std::string>();
+    if (result.size() > kMaxTextLength)
+        fail(where, std::string("\"") + key + "\" is longer than " + std::to_string(kMaxTextLength) + " characters");
+    return result;
+}
+
+bool flag(const Json& object, const char* key, const std::string& where)
+{
+    if (!object.contains(key))
+        return false;
+    if (!object.at(key).is_boolean())
+        fail(where, std::string("\"") + key + "\" must be true or false");
+    return object.at(key).get<bool>();
+}
+
+double number(const Json& object, const char* key, const std::string& where, double fallback)
+{
+    if (!object.contains(key))
+        return fallback;
+    if (!object.at(key).is_number())
+        fail(where, std::string("\"") + key + "\" must be a number");
+    return object.at(key).get<double>();
+}
+
+bool validName(const std::string& name)
+{
+    if (name.empty() || name.size() > kMaxNameLength)
+        return false;
+    for (const char c : name)
+        if (!std::isalnum(static_cast<unsigned char>(c)) && c != '-' && c != '_')
+            return false;
+    return true;
+}
+
+// The range of shown values the raw type can carry, for an item's scaling.
+void rawRange(const PanelItem& item, double* low, double* high)
+{
+    const bool doubleWord = item.var.kind == Kind::VD;
+    const double a = shownValue(item, doubleWord ? kDoubleMin : kWordMin);
+    const double b = shownValue(item, doubleWord ? kDoubleMax : kWordMax);
+    *low = std::min(a, b);
+    *high = std::max(a, b);
+}
+
+void parseWordSettings(const Json& json, const std::string& where, PanelItem* item)
+{
+    item->scale = number(json, "scale", where, 1);
+    if (item->scale == 0 || !std::isfinite(item->scale))
+        fail(where, "\"scale\" must be a number other than 0");
+    item->offset = number(json, "offset", where, 0);
+    const bool integral = item->scale == std::floor(item->scale) && item->offset == std::floor(item->offset);
+    const double decimals = number(json, "decimals", where, integral ? 0 : 2);
+    if (decimals != std::floor(decimals) || decimals < 0 || decimals > kMaxDecimals)
+        fail(where, "\"decimals\" must be a whole number from 0 to " + std::to_string(kMaxDecimals));
+    item->decimals = static_cast<int>(decimals);
+    double low = 0;
+    double high = 0;
+    rawRange(*item, &low, &high);
+    item->rangeGiven = json.contains("min") || json.contains("max");
+    item->min = number(json, "min", where, low);
+    item->max = number(json, "max", where, high);
+    if (item->min > item->max)
+        fail(where, "\"min\" is above \"max\"");
+    if (item->min < low || item->max > high)
+        fail(where, "\"min\" and \"max\" must lie within what " + item->var.text + " can hold, " +
+                        shownText(*item, item->var.kind == Kind::VD ? kDoubleMin : kWordMin) + " to " +
+                        shownText(*item, item->var.kind == Kind::VD ? kDoubleMax : kWordMax) + " as scaled");
+}
+
+PanelItem parseItem(const Json& json, const std::string& where, StationContext stations)
+{
+    if (!json.is_object())
+        fail(where, "an item must be an object with at least \"var\"");
+    if (!json.contains("var") || !json.at("var").is_string())
+        fail(where, "\"var\" is missing or not a string, e.g. \"var\": \"VW10\"");
+    PanelItem item;
+    item.varText = json.at("var").get<std::string>();
+    const std::string named = where + " (" + item.varText + ")";
+    checkKeys(json, kItemKeys, named);
+    std::string error;
+    if (!parseVariable(item.varText, stations.multiStation, &item.var, &error))
+        fail(named, error);
+    if (item.var.count != 1)
+        fail(named, "an item shows one value: give each element an item of its own");
+    const bool bit = isBitKind(item.var.kind);
+    for (const std::string& key : bit ? kWordOnlyKeys : kBitOnlyKeys)
+        if (json.contains(key))
+            fail(named, "\"" + key + "\" is for " + (bit ? "words, " : "bits, ") + item.varText + " is a " +
+                            (bit ? "bit" : "word"));
+    item.label = text(json, "label", named, item.varText);
+    item.unit = text(json, "unit", named, "");
+    item.write = flag(json, "write", named);
+    item.trend = flag(json, "trend", named);
+    if (item.write && !isWritable(item.var.kind))
+        fail(named, item.varText + " is an input and cannot be written");
+    if (bit) {
+        item.onText = text(json, "on", named, item.onText);
+        item.offText = text(json, "off", named, item.offText);
+    } else {
+        parseWordSettings(json, named, &item);
+    }
+    return item;
+}
+
+struct FirstUse {
+    std::string where;
+    const PanelItem* item;
+};
+
+// A variable means one thing on every screen: items may differ in label,
+// unit, texts and controls, not in how its raw value reads.
+void checkSameMeaning(const PanelItem& item, const std::string& where, const FirstUse& first)
+{
+    const PanelItem& other = *first.item;
+    if (item.scale != other.scale || item.offset != other.offset || item.min != other.min || item.max != other.max)
+        fail(where, item.varText + " has another scale, offset, min or max than at " + first.where +
+                        ": a variable must read the same on every screen");
+}
+
+PanelScreen parseScreen(const Json& json, const std::string& where, StationContext stations)
+{
+    if (!json.is_object())
+        fail(where, "a screen must be an object with \"name\" and \"items\"");
+    const std::string name = json.contains("name") && json.at("name").is_string() ? json.at("name").get<std::string>() : "";
+    if (!validName(name))
+        fail(where, "\"name\" must be 1 to 40 letters, digits, '-' or '_' (it is part of the page's address)");
+    PanelScreen screen;
+    screen.name = name;
+    const std::string named = "screen \"" + name + "\"";
+    checkKeys(json, kScreenKeys, named);
+    screen.title = text(json, "title", named, name);
+    if (!json.contains("items") || !json.at("items").is_array() || json.at("items").empty())
+        fail(named, "\"items\" must be a list of at least one item");
+    const Json& items = json.at("items");
+    for (size_t i = 0; i < items.size(); ++i)
+        screen.items.push_back(parseItem(items[i], named + " item " + std::to_string(i), stations));
+    return screen;
+}
+
+void checkAcrossScreens(const ScreenSet& set, StationContext stations)
+{
+    std::map<std::string, FirstUse> firstUse;
+    std::set<std::string> names;
+    for (const PanelScreen& screen : set.screens) {
+        if (!names.insert(screen.name).second)
+            fail("screen \"" + screen.name + "\"", "another screen has the same name");
+        std::set<std::string> onThisScreen;
+        for (size_t i = 0; i < screen.items.size(); ++i) {
+            const PanelItem& item = screen.items[i];
+            const std::string where =
+                "screen \"" + screen.name + "\" item " + std::to_string(i) + " (" + item.varText + ")";
+            const std::string key = variableKey(item.var, stations);
+            if (!onThisScreen.insert(key).second)
+                fail(where, item.varText + " is on this screen twice");
+            const auto found = firstUse.find(key);
+            if (found == firstUse.end())
+                firstUse[key] = FirstUse{where, &item};
+            else
+                checkSameMeaning(item, where, found->second);
+        }
+    }
+}
+
+std::string jsonErrorText(const std::exception& e)
+{
+    // "[json.exception.parse_error.101] parse error at line 3, column 5: ..." without its tag
+    const std::string what = e.what();
+    const size_t tagEnd = what.find("] ");
+    return tagEnd == std::string::npos ? what : what.substr(tagEnd + 2);
+}
+
+std::string formatFixed(double value, int decimals)
+{
+    char text[64];
+    std::snprintf(text, sizeof text, "%.*f", decimals, value);
+    // "-0.0" reads as a fault on a panel
+    const std::string result = text;
+    return result.find_first_not_of("-0.") == std::string::npos && result[0] == '-' ? result.substr(1) : result;
+}
+
+}  // namespace
+
+bool parseScreens(const std::string& text, const std::string& fileName, StationContext stations, ScreenSet* out,
+                  std::string* error)
+{
+    Json json;
+    try {
+        json = Json::parse(text);
+    } catch (const std::exception& e) {
+        *error = fileName + ": not valid JSON: " + jsonErrorText(e);
+        return false;
+    }
+    try {
+        if (!json.is_object())
+            fail("top level", "expected an object with \"screens\"");
+        checkKeys(json, kTopKeys, "top level");
+        ScreenSet set;
+        set.title = logohost::text(json, "title", "top level", "LOGO! panel");
+        if (!json.contains("screens") || !json.at("screens").is_array() || json.at("screens").empty())
+            fail("top level", "\"screens\" must be a list of at least one screen");
+        const Json& screens = json.at("screens");
+        for (size_t s = 0; s < screens.size(); ++s)
+            set.screens.push_back(parseScreen(screens[s], "screen " + std::to_string(s), stations));
+        checkAcrossScreens(set, stations);
+        *out = set;
+        return true;
+    } catch (const std::exception& e) {
+        *error = fileName + ": " + e.what();
+        return false;
+    }
+}
+
+bool loadScreensFile(const std::string& path, StationContext stations, ScreenSet* out, std::string* error)
+{
+    std::ifstream file(path);
+    if (!file) {
+        *error = path + ": cannot be read";
+        return false;
+    }
+    std::stringstream content;
+    content << file.rdbuf();
+    return parseScreens(content.str(), path, stations, out, error);
+}
+
+ScreenSet builtInScreens(StationContext stations)
+{
+    const EmbeddedFile* file = findEmbeddedFile("builtin_screens.json");
+    ScreenSet set;
+    std::string error;
+    if (!file || !parseScreens(std::string(file->data, file->size), "built-in screens", stations, &set, &error))
+        throw std::logic_error("the built-in screens do not parse: " + error);
+    return set;
+}
+
+std::string variableKey(Variable var, StationContext stations)
+{
+    if (var.station == kNoStation && stations.multiStation)
+        var.station = stations.defaultStation;
+    return elementName(var, 0, stations.multiStation);
+}
+
+double shownValue(const PanelItem& item, double raw) { return raw * item.scale + item.offset; }
+
+std::string shownText(const PanelItem& item, double raw)
+{
+    if (isBitKind(item.var.kind))
+        return raw != 0 ? item.onText : item.offText;
+    return formatFixed(shownValue(item, raw), item.decimals);
+}
+
+double rawValue(const PanelItem& item, double shown) { return std::round((shown - item.offset) / item.scale); }
+
+}  // namespace logohost

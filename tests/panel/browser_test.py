@@ -1,0 +1,304 @@
+#!/usr/bin/python3
+"""The panel in a real browser: headless Chromium, driven through
+chromedriver by Selenium, against `logohost panel` and an animated
+`logohost sim` that logs every request it gets.
+
+Each check waits for its condition with a generous deadline; nothing here
+measures time, except the page-load figures it prints for the record.
+
+Exit status 77 (skipped) only when Chromium or its driver is not installed.
+"""
+import argparse
+import json
+import os
+import re
+import shutil
+import signal
+import socket
+import struct
+import subprocess
+import sys
+import tempfile
+import threading
+import time
+import unittest
+import urllib.request
+
+DEADLINE = 20  # seconds for any one condition
+SKIPPED = 77
+
+# The built-in screens (host/panel/builtin_screens.json): what each screen
+# asks the controller for, in the simulator's log.
+AQ1_READ = "unit 1 function 3 address 512 quantity 1"  # overview only
+SETUP_WORDS_READ = "unit 1 function 3 address 10 quantity 2"  # VW20 and VW22, setup only
+TREND_READ = "unit 1 function 4 address 0 quantity 2"  # AI1 and AI2, trended: always
+VW20_REGISTER = 10
+M1_COIL = 8256
+
+ARGS = None
+
+
+def wait_until(condition, what, deadline=DEADLINE):
+    end = time.monotonic() + deadline
+    while time.monotonic() < end:
+        result = condition()
+        if result:
+            return result
+        time.sleep(0.1)
+    raise AssertionError("not within %d s: %s" % (deadline, what))
+
+
+class Program:
+    """A logohost process whose standard output is collected line by line."""
+
+    def __init__(self, args):
+        self.process = subprocess.Popen(args, stdout=subprocess.PIPE, stderr=subprocess.DEVNULL,
+                                        stdin=subprocess.DEVNULL, text=True)
+        self.lines = []
+        self.lock = threading.Lock()
+        self.reader = threading.Thread(target=self._read, daemon=True)
+        self.reader.start()
+
+    def _read(self):
+        for line in self.process.stdout:
+            with self.lock:
+                self.lines.append(line.rstrip("\n"))
+
+    def snapshot(self):
+        with self.lock:
+            return list(self.lines)
+
+    def first(self, pattern):
+        regex = re.compile(pattern)
+
+        def found():
+            for line in self.snapshot():
+                match = regex.search(line)
+                if match:
+                    return match
+            return None
+        return wait_until(found, "a line matching " + pattern)
+
+    def stop(self):
+        self.process.send_signal(signal.SIGINT)
+        try:
+            return self.process.wait(timeout=10)
+        except subprocess.TimeoutExpired:
+            self.process.kill()
+            return self.process.wait()
+
+
+def recv_exact(sock, size):
+    data = b""
+    while len(data) < size:
+        chunk = sock.recv(size - len(data))
+        if not chunk:
+            raise ConnectionError("the controller closed the connection")
+        data += chunk
+    return data
+
+
+def modbus_read(port, function, address, count):
+    """What an independent Modbus client finds in the controller."""
+    with socket.create_connection(("127.0.0.1", port), timeout=5) as sock:
+        sock.sendall(struct.pack(">HHHBBHH", 1, 0, 6, 1, function, address, count))
+        _, _, length, _ = struct.unpack(">HHHB", recv_exact(sock, 7))
+        body = recv_exact(sock, length - 1)
+        if body[0] & 0x80:
+            raise AssertionError("Modbus exception %d" % body[1])
+        data = body[2:2 + body[1]]
+        if function in (1, 2):
+            return [(data[i // 8] >> (i % 8)) & 1 for i in range(count)]
+        return [struct.unpack(">H", data[2 * i:2 * i + 2])[0] for i in range(count)]
+
+
+class PanelInBrowser(unittest.TestCase):
+    @classmethod
+    def setUpClass(cls):
+        cls.sim = Program([ARGS.logohost, "sim", "--listen", "127.0.0.1:0", "--animate", "--log-requests"])
+        cls.sim_port = int(cls.sim.first(r"listening on 127\.0\.0\.1:(\d+)").group(1))
+        cls.panel = Program([ARGS.logohost, "--driver", ARGS.driver, "--plc", "127.0.0.1:%d" % cls.sim_port,
+                             "panel", "--listen", "127.0.0.1:0"])
+        cls.base = cls.panel.first(r"open (http://127\.0\.0\.1:\d+/)").group(1)
+        options = webdriver.ChromeOptions()
+        options.binary_location = shutil.which("chromium")
+        cls.profile = tempfile.mkdtemp(prefix="panel-chromium-")
+        # Headless and quiet: no sandbox (the tests may run as root), and
+        # none of the browser's own connections to other sites.
+        for flag in ("--headless=new", "--no-sandbox", "--disable-gpu", "--disable-quic", "--no-first-run",
+                     "--disable-background-networking", "--disable-component-update", "--disable-sync",
+                     "--disable-default-apps", "--user-data-dir=" + cls.profile, "--window-size=1280,900"):
+            options.add_argument(flag)
+        options.set_capability("goog:loggingPrefs", {"performance": "ALL", "browser": "ALL"})
+        cls.browser = webdriver.Chrome(service=Service(shutil.which("chromedriver")), options=options)
+        cls.requested = []
+
+    @classmethod
+    def tearDownClass(cls):
+        cls.browser.quit()
+        shutil.rmtree(cls.profile, ignore_errors=True)
+        panel_status = cls.panel.stop()
+        cls.sim.stop()
+        assert panel_status == 0, "the panel ended with status %d on Ctrl-C" % panel_status
+
+    # ---- helpers -------------------------------------------------------------
+
+    def reading(self, var):
+        """The value shown for var, "" while the page has not drawn it yet."""
+        found = self.browser.find_elements(By.CSS_SELECTOR, '[data-var="%s"] .reading' % var)
+        return found[0].text if found else ""
+
+    def toast(self, text):
+        def shown():
+            return any(text in t.text for t in self.browser.find_elements(By.CSS_SELECTOR, ".toast"))
+        wait_until(shown, "a message saying " + repr(text))
+
+    def requests_since(self, mark):
+        return [line[len("request "):] for line in self.sim.snapshot()[mark:] if line.startswith("request ")]
+
+    def api(self, path):
+        with urllib.request.urlopen(self.base + path.lstrip("/"), timeout=10) as response:
+            return json.load(response)
+
+    def collect_requests(self):
+        """The addresses the browser asked for since the last call."""
+        for entry in self.browser.get_log("performance"):
+            message = json.loads(entry["message"])["message"]
+            if message["method"] == "Network.requestWillBeSent":
+                self.requested.append(message["params"]["request"]["url"])
+
+    # ---- the checks, in order: one browser walks through the panel ---------
+
+    def test_1_values_change_live(self):
+        started = time.monotonic()
+        self.browser.get(self.base + "screen/overview")
+        number = re.compile(r"^-?\d+(\.\d+)?$")
+        wait_until(lambda: number.match(self.reading("AI1")), "a value for AI1")
+        first_value = time.monotonic() - started
+        timing = self.browser.execute_script(
+            "const n = performance.getEntriesByType('navigation')[0];"
+            "return [n.domContentLoadedEventEnd, n.loadEventEnd];")
+        print("\npage load: DOMContentLoaded %.0f ms, load %.0f ms, first value shown %.0f ms after the request"
+              % (timing[0], timing[1], first_value * 1000), file=sys.stderr)
+        seen = set()
+        wait_until(lambda: seen.add(self.reading("AI1")) or len(seen) >= 3, "AI1 changing on the page")
+        items = self.browser.find_elements(By.CSS_SELECTOR, "[data-var]")
+        self.assertEqual([item.get_attribute("data-var") for item in items],
+                         ["AI1", "AI2", "Q1", "Q2", "AQ1", "I1", "I2", "VW0"])
+        card = self.browser.find_element(By.CSS_SELECTOR, '[data-var="AI1"]')
+        wait_until(lambda: card.find_element(By.CSS_SELECTOR, ".state").text == "ok", "AI1's state ok")
+        self.assertRegex(card.find_element(By.CSS_SELECTOR, ".changed").text, r"^changed \d\d:\d\d:\d\d$")
+        self.assertEqual(len(card.find_elements(By.CSS_SELECTOR, "canvas")), 1, "AI1 is trended")
+        self.assertEqual(len(self.browser.find_elements(By.CSS_SELECTOR, '[data-var="Q1"] .switch')), 1)
+        self.assertEqual(len(self.browser.find_elements(By.CSS_SELECTOR, '[data-var="AQ1"] input')), 1)
+
+    def test_2_requests_follow_the_screen(self):
+        wait_until(lambda: AQ1_READ in self.requests_since(0), "the overview's AQ1 being read")
+        mark = len(self.sim.snapshot())
+        self.browser.find_element(By.LINK_TEXT, "Setup").click()
+        wait_until(lambda: SETUP_WORDS_READ in self.requests_since(mark), "the setup screen's words being read")
+
+        def overview_left():
+            # Many requests after the last one for the overview, the trends among them.
+            since = self.requests_since(mark)
+            last = max((i for i, line in enumerate(since) if line == AQ1_READ), default=-1)
+            after = since[last + 1:]
+            return len(after) >= 40 and TREND_READ in after and SETUP_WORDS_READ in after
+        wait_until(overview_left, "the overview no longer being read once the browser left it")
+        wait_until(lambda: self.api("/api/status")["scan"]["screens"] == ["setup"], "only setup subscribed")
+
+    def test_3_write_with_the_pages_controls(self):
+        self.assertTrue(self.browser.current_url.endswith("/screen/setup"))
+        form = self.browser.find_element(By.CSS_SELECTOR, '[data-var="VW20"] form')
+        field = form.find_element(By.CSS_SELECTOR, "input")
+        field.clear()
+        field.send_keys("43.2")
+        form.find_element(By.CSS_SELECTOR, "button").click()
+        self.toast("VW20 = 43.2 written")
+        self.assertEqual(modbus_read(self.sim_port, 3, VW20_REGISTER, 1), [432])
+        wait_until(lambda: self.reading("VW20") == "43.2", "the new setpoint shown")
+
+        self.browser.find_element(By.CSS_SELECTOR, '[data-var="M1"] .switch').click()
+        self.toast("M1 = Automatic written")
+        self.assertEqual(modbus_read(self.sim_port, 1, M1_COIL, 1), [1])
+        wait_until(lambda: self.reading("M1") == "Automatic", "the switched mode shown")
+
+    def test_4_read_now(self):
+        self.browser.find_element(By.XPATH, "//button[text()='Read now']").click()
+        self.toast("read 5 variables")
+
+    def test_5_narrow_window_and_screenshot(self):
+        started = time.monotonic()
+        self.browser.get(self.base + "screen/overview")
+        wait_until(lambda: re.match(r"^\d", self.reading("AI1")), "a value for AI1")
+        print("\npage load with a warm browser: first value shown %.0f ms after the request"
+              % ((time.monotonic() - started) * 1000), file=sys.stderr)
+        self.browser.set_window_size(420, 900)
+        overflow = self.browser.execute_script(
+            "return document.documentElement.scrollWidth - document.documentElement.clientWidth")
+        self.assertLessEqual(overflow, 0, "the page scrolls sideways in a narrow window")
+        self.browser.set_window_size(1280, 960)
+
+        # The overview's own controls: the pump on, its speed set.
+        self.browser.find_element(By.CSS_SELECTOR, '[data-var="Q1"] .switch').click()
+        self.toast("Q1 = Running written")
+        form = self.browser.find_element(By.CSS_SELECTOR, '[data-var="AQ1"] form')
+        form.find_element(By.CSS_SELECTOR, "input").send_keys("72.5")
+        form.find_element(By.CSS_SELECTOR, "button").click()
+        self.toast("AQ1 = 72.5 written")
+        self.assertEqual(modbus_read(self.sim_port, 1, 8192, 1), [1])
+        self.assertEqual(modbus_read(self.sim_port, 3, 512, 1), [725])
+        wait_until(lambda: self.reading("Q1") == "Running" and self.reading("AQ1") == "72.5", "the pump shown running")
+
+        # The picture for the README shows the charts' shape; the suite's
+        # own screenshot needs only a line.
+        target = os.environ.get("LOGO_PANEL_SCREENSHOT")
+        history = 25000 if target else 1
+        span = lambda: (lambda p: p[-1][0] - p[0][0] if len(p) > 1 else 0)(self.api("/api/trend?var=AI1")["points"])
+        wait_until(lambda: span() >= history, "%d s of trend history" % (history // 1000), deadline=40)
+        wait_until(lambda: "—" not in [r.text for r in self.browser.find_elements(By.CSS_SELECTOR, ".reading")],
+                   "every value shown")
+        self.browser.execute_script("document.getElementById('toasts').replaceChildren()")
+        time.sleep(1)  # a settled frame for the picture, not a condition
+        path = os.path.join(ARGS.out, "panel.png")
+        self.browser.save_screenshot(path)
+        if target:
+            shutil.copyfile(path, target)
+        print("screenshot: %s" % (target or path), file=sys.stderr)
+
+    def test_6_nothing_from_other_sites(self):
+        self.collect_requests()
+        self.assertTrue(self.requested, "no requests logged")
+        # The browser's own pages (chrome://, about:) are no network traffic.
+        network = [url for url in self.requested if re.match(r"(https?|wss?)://", url)]
+        self.assertTrue(any(url.startswith(self.base + "api/events") for url in network), "the log missed the page")
+        foreign = [url for url in network if not url.startswith(self.base)]
+        self.assertEqual(foreign, [])
+        problems = [e["message"] for e in self.browser.get_log("browser") if e["level"] == "SEVERE"]
+        self.assertEqual(problems, [], "errors in the browser's console")
+
+
+def main():
+    global ARGS, webdriver, By, Service
+    parser = argparse.ArgumentParser()
+    parser.add_argument("--logohost", required=True)
+    parser.add_argument("--driver", required=True)
+    parser.add_argument("--out", required=True, help="where the screenshot goes")
+    ARGS, rest = parser.parse_known_args()
+    if not shutil.which("chromium") or not shutil.which("chromedriver"):
+        print("SKIPPED: chromium and chromium-driver are not installed (scripts/install-deps.sh test installs them)")
+        return SKIPPED
+    try:
+        from selenium import webdriver
+        from selenium.webdriver.common.by import By
+        from selenium.webdriver.chrome.service import Service
+    except ImportError as error:
+        print("chromium is installed but Selenium is not (Debian's python3-selenium, for /usr/bin/python3): %s"
+              % error)
+        return 1
+    program = unittest.main(argv=[sys.argv[0]] + rest, exit=False, verbosity=2)
+    return 0 if program.result.wasSuccessful() else 1
+
+
+if __name__ == "__main__":
+    sys.exit(main())
