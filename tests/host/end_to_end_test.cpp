@@ -44,7 +44,9 @@ class EndToEnd : public ::testing::Test {
 protected:
     void startSimulator(decltype(logosim::SimOptions::faults) faults = {})
     {
-        sim_ = std::make_unique<logosim::Simulator>(logosim::SimOptions{"127.0.0.1", 0, false, std::move(faults)});
+        logosim::SimOptions options;
+        options.faults = std::move(faults);
+        sim_ = std::make_unique<logosim::Simulator>(options);
         std::string error;
         ASSERT_TRUE(sim_->start(&error)) << error;
         plc_ = "127.0.0.1:" + std::to_string(sim_->port());
