@@ -28,10 +28,13 @@ function(logo_driver_library)
     list(APPEND objects $<TARGET_OBJECTS:${component}>)
   endforeach()
 
-  # The file a host loads. Only the interface marked LOGO_EXPORT is visible.
+  # The file a host loads. Only the interface marked LOGO_EXPORT is visible,
+  # and the version script holds to it whatever the compiler emits.
   add_library(logo_modbus_tcp SHARED ${objects})
   target_link_libraries(logo_modbus_tcp PRIVATE ${LOGO_QT_CORE})
-  target_link_options(logo_modbus_tcp PRIVATE -Wl,--exclude-libs,ALL)
+  set(exports ${PROJECT_SOURCE_DIR}/cmake/driver-exports.map)
+  target_link_options(logo_modbus_tcp PRIVATE -Wl,--exclude-libs,ALL -Wl,--version-script=${exports})
+  set_property(TARGET logo_modbus_tcp APPEND PROPERTY LINK_DEPENDS ${exports})
   if(LOGO_SANITIZER STREQUAL "" AND NOT LOGO_BUILD_FUZZERS)
     # Sanitizer runtimes come with the executable, so only a plain build
     # can insist that the library resolves everything it uses.
