@@ -154,8 +154,9 @@ void faultStorm(LoopHarness& h, const std::atomic<bool>& stop, std::atomic<long>
 }
 
 // Runs the soak and accounts for every write: its own result (written or
-// given up), merged into a later write to the same target, or discarded
-// with a give-up of its station; none may be lost. Every target must then
+// given up), superseded by a later write to the same target (merged into it,
+// or discarded with a give-up before it), or, for a target's last write,
+// discarded with a give-up of its station; none may be lost. Every target must then
 // hold the value of its last write the controller may have carried out.
 void soak(bool faults)
 {
@@ -217,7 +218,7 @@ void soak(bool faults)
             giveUps.push_back(h.stamps[i]);
     }
     const auto giveUpAfter = [&](long at) { return !giveUps.empty() && giveUps.back() >= at; };
-    long written = 0, givenUp = 0, discarded = 0, merged = 0, lost = 0, checked = 0;
+    long written = 0, givenUp = 0, discarded = 0, superseded = 0, lost = 0, checked = 0;
     for (const std::vector<Write>& log : logs) {
         std::map<int, std::vector<const Write*>> byTarget;
         for (const Write& write : log)
@@ -237,7 +238,7 @@ void soak(bool faults)
                         possible.clear();
                     possible.push_back(writes[i]->value);
                 } else if (i + 1 < writes.size()) {
-                    ++merged;  // into a later write to the same target
+                    ++superseded;
                 } else if (giveUpAfter(writes[i]->queuedAt)) {
                     ++discarded;
                 } else {
@@ -252,15 +253,15 @@ void soak(bool faults)
             ++checked;
         }
     }
-    EXPECT_EQ(figures.writesQueued, written + givenUp + discarded + merged);
+    EXPECT_EQ(figures.writesQueued, written + givenUp + discarded + superseded);
     EXPECT_EQ(0, lost);
     EXPECT_GT(checked, 0);
     const auto& counters = h.loop->counters();
-    std::printf("soak%s: %.1f s, writes queued %ld = written %ld + merged %ld + given up %ld + discarded with a "
-                "give-up %ld; %ld targets checked; one-shot reads %ld, image reads %ld, station switches %ld, "
+    std::printf("soak%s: %.1f s, writes queued %ld = written %ld + superseded by a later write %ld + given up %ld + "
+                "last writes discarded with a give-up %ld; %ld targets checked; one-shot reads %ld, image reads %ld, station switches %ld, "
                 "rebuilds %ld; frames %llu, replies %llu, refused %llu, requests given up %llu, connections %llu, "
                 "controller restarts %ld\n",
-                faults ? " with faults" : "", soakSeconds(), figures.writesQueued.load(), written, merged, givenUp,
+                faults ? " with faults" : "", soakSeconds(), figures.writesQueued.load(), written, superseded, givenUp,
                 discarded, checked, figures.onceReads.load(), figures.imageReads.load(),
                 figures.stationSwitches.load(), figures.rebuilds.load(),
                 static_cast<unsigned long long>(counters.frames.load()),
