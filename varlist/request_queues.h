@@ -42,6 +42,21 @@ public:
 
 protected:
     QList<RW_VAR> list_;
+
+    // Keeps the entries that do not match, in order; removed(entry) is told
+    // of each one that does.
+    template <typename Matches, typename Removed>
+    void filter(Matches matches, Removed removed)
+    {
+        QList<RW_VAR> kept;
+        for (int i = 0; i < list_.size(); ++i) {
+            if (matches(list_.at(i)))
+                removed(list_.at(i));
+            else
+                kept.append(list_.at(i));
+        }
+        list_ = kept;
+    }
 };
 
 class WriteQueue : public RequestQueue {
@@ -93,25 +108,14 @@ private:
 template <typename Matches>
 void WriteQueue::removeIf(Matches matches)
 {
-    QList<RW_VAR> kept;
-    for (int i = 0; i < list_.size(); ++i)
-        if (!matches(list_.at(i)))
-            kept.append(list_.at(i));
-    list_ = kept;
+    filter(matches, [](const RW_VAR&) {});
     rebuildIndex();
 }
 
 template <typename Matches>
 void OnceReadQueue::removeIf(Matches matches)
 {
-    QList<RW_VAR> kept;
-    for (int i = 0; i < list_.size(); ++i) {
-        if (matches(list_.at(i)))
-            count(list_.at(i), -1);
-        else
-            kept.append(list_.at(i));
-    }
-    list_ = kept;
+    filter(matches, [this](const RW_VAR& var) { count(var, -1); });
 }
 
 #endif  // LOGO_VARLIST_REQUEST_QUEUES_H

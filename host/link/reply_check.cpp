@@ -3,28 +3,13 @@
 #include <cstdint>
 #include <cstdio>
 
+#include "host/link/frame_layout.h"
+#include "logo_modbus_tcp.h"
+
 namespace logohost {
 namespace {
 
-// Modbus/TCP: transaction id (0..1), protocol id (2..3), length of what
-// follows (4..5), unit id (6), function code (7); a read reply then has its
-// byte count (8), a write reply echoes address and quantity or value (8..11).
-constexpr int kTransactionOffset = 0;
-constexpr int kProtocolOffset = 2;
-constexpr int kLengthOffset = 4;
-constexpr int kUnitOffset = 6;
-constexpr int kFunctionOffset = 7;
-constexpr int kByteCountOffset = 8;
-constexpr int kEchoOffset = 8;
-constexpr int kQuantityOffset = 10;
-constexpr int kLengthCountedFrom = 6;
-constexpr int kMinModbusReply = 8;        // header and function code
-constexpr int kExceptionReplyLength = 9;  // header, function code, exception code
-constexpr int kReadReplyHeader = 9;
-constexpr int kWriteReplyLength = 12;
-constexpr int kEchoBytes = 4;
-constexpr int kModbusRequest = 12;  // the shortest request the driver builds
-constexpr uint8_t kExceptionFlag = 0x80;
+using namespace layout;
 
 enum FunctionCode : uint8_t {
     kReadCoils = 0x01,
@@ -36,24 +21,7 @@ enum FunctionCode : uint8_t {
     kWriteMultipleRegisters = 0x10,
 };
 
-// The remote peer's reply header: total length (0, low 8 bits), an echo of
-// the request's sourceType, rwType, linkId, station and area (1..6), a
-// status (7, 0 = done) and the number of bytes after the header (8, low 8
-// bits). A good write reply adds the number of elements written (9..10) and
-// a check byte (11), the low 8 bits of the sum of bytes 0..10.
-constexpr int kRemoteHeader = 9;
-constexpr int kRemoteStatusOffset = 7;
-constexpr int kRemoteFollowingOffset = 8;
-constexpr int kRemoteWrittenOffset = 9;
-constexpr int kRemoteCheckOffset = 11;
-constexpr int kRemoteWriteReply = 12;
-constexpr int kRemoteRwTypeOffset = 2;
-constexpr int kRemoteAreaOffset = 5;
-constexpr int kRemoteCountOffset = 11;
-constexpr int kRemoteWrite = 1;
-constexpr int kRemoteRequest = 22;
-constexpr int kFirstWordArea = 4;
-constexpr int kLastArea = 7;
+constexpr int kEchoBytes = 4;  // address, then quantity or value
 
 struct EchoedField {
     int offset;
@@ -132,7 +100,7 @@ int remoteDataBytes(const QByteArray& request)
 {
     const int area = wordAt(request, kRemoteAreaOffset);
     const int count = wordAt(request, kRemoteCountOffset);
-    return area >= kFirstWordArea && area <= kLastArea ? 2 * count : count;
+    return area >= AREA_AI && area <= AREA_VW ? 2 * count : count;
 }
 
 }  // namespace

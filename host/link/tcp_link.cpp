@@ -13,19 +13,16 @@
 #include <cstring>
 #include <thread>
 
+#include "host/link/frame_layout.h"
 #include "host/link/reply_check.h"
 
 namespace logohost {
 namespace {
 
-constexpr int kMbapLengthOffset = 4;
-constexpr int kMbapCountedFrom = 6;  // the MBAP length counts the bytes after its own field
-constexpr int kMbapMinLength = 2;    // unit id and function code
-constexpr int kMbapMaxLength = 254;
-constexpr int kMaxModbusReply = kMbapCountedFrom + kMbapMaxLength;
+using namespace layout;
+
+constexpr int kMaxModbusReply = kLengthCountedFrom + kMaxLengthField;
 constexpr int kMaxRemoteReply = 4096;  // only used when the driver names no length
-constexpr int kRemoteHeader = 9;       // length, request echo, status, count of bytes that follow
-constexpr int kRemoteFollowingOffset = 8;
 constexpr std::chrono::milliseconds kFirstBackoff{50};
 constexpr std::chrono::milliseconds kMaxBackoff{2000};
 constexpr std::chrono::milliseconds kStopPoll{20};
@@ -94,7 +91,7 @@ int firstReadSize(ReplyShape shape)
     if (!shape.modbus)
         return shape.expectedLength > 0 ? shape.expectedLength : kMaxRemoteReply;
     const int expected = shape.expectedLength > 0 ? std::min(shape.expectedLength, kMaxModbusReply) : kMaxModbusReply;
-    return std::max(expected, kMbapCountedFrom + kMbapMinLength + 1);
+    return std::max(expected, kMinModbusReply + 1);
 }
 
 // The full length of the reply as far as the bytes received tell it.
@@ -106,13 +103,13 @@ int framedLength(const QByteArray& reply, ReplyShape shape)
         // Without a length from the driver, what one recv brought is the reply.
         return shape.expectedLength > 0 ? shape.expectedLength : reply.size();
     }
-    if (reply.size() < kMbapCountedFrom)
+    if (reply.size() < kLengthCountedFrom)
         return kLengthUnknown;
     const auto* bytes = reinterpret_cast<const unsigned char*>(reply.constData());
-    const int length = bytes[kMbapLengthOffset] << 8 | bytes[kMbapLengthOffset + 1];
-    if (length < kMbapMinLength || length > kMbapMaxLength)
+    const int length = bytes[kLengthOffset] << 8 | bytes[kLengthOffset + 1];
+    if (length < kMinLengthField || length > kMaxLengthField)
         return kUnframeable;
-    return kMbapCountedFrom + length;
+    return kLengthCountedFrom + length;
 }
 
 }  // namespace
@@ -143,7 +140,7 @@ Exchange TcpLink::exchange(const char* frame, int length, ReplyShape shape, cons
     }
     sent_.resize(length);
     std::memcpy(sent_.data(), frame, static_cast<size_t>(length));
-    if (shape.modbus && length >= kMbapCountedFrom) {
+    if (shape.modbus && length >= kLengthCountedFrom) {
         // The driver numbers no frames; numbering them here lets a reply that
         // belongs to an earlier frame be told from the answer to this one.
         ++transaction_;

@@ -2,15 +2,14 @@
 
 #include <cstdio>
 
+#include "host/link/frame_layout.h"
 #include "logo_modbus_tcp.h"
 
 namespace logohost {
 namespace {
 
-constexpr size_t kExceptionReplyLength = 9;  // MBAP header, function code, exception code
-constexpr size_t kFunctionOffset = 7;
-constexpr size_t kExceptionOffset = 8;
-constexpr uint8_t kExceptionFlag = 0x80;
+using namespace layout;
+
 constexpr int kSourceTypes = 12;  // failure codes are base + 1 + sourceType for sourceType 0..11
 
 struct CodeFamily {
@@ -40,9 +39,9 @@ const CodeFamily* familyOf(int code)
 
 int modbusExceptionCode(const uint8_t* reply, size_t length)
 {
-    if (length != kExceptionReplyLength || !(reply[kFunctionOffset] & kExceptionFlag))
+    if (length != static_cast<size_t>(kExceptionReplyLength) || !(reply[kFunctionOffset] & kExceptionFlag))
         return 0;
-    return reply[kExceptionOffset];
+    return reply[kExceptionCodeOffset];
 }
 
 std::string exceptionName(int code)
