@@ -121,14 +121,6 @@ QList<RW_VAR> rebuild(const QList<HOSTVAR>& vars, const ComInfo& info)
 
 }  // namespace reference
 
-std::string fields(const RW_VAR& v)
-{
-    return testing::PrintToString(std::vector<int>{v.sourceType, v.sourceId, v.rwType, v.remoteFlag, v.linkId,
-                                                   v.returnCode, v.area, v.address, v.station, v.count, v.param1,
-                                                   v.param2, v.value.size()}) +
-           " " + v.addressText.toStdString() + "/" + v.auxText.toStdString();
-}
-
 TEST_F(DriverTest, RebuildEqualsTheStraightforwardAlgorithm)
 {
     std::mt19937 random(20261122);
@@ -150,8 +142,7 @@ TEST_F(DriverTest, RebuildEqualsTheStraightforwardAlgorithm)
                                         << info.maxBlockLength);
         const QList<RW_VAR> expected = reference::rebuild(vars, info);
         ASSERT_EQ(expected.size(), ReCreatReadVarList(&vars));
-        for (int i = 0; i < expected.size(); ++i)
-            ASSERT_EQ(fields(expected.at(i)), fields(PLC_driver.readList.at(i))) << "entry " << i;
+        ASSERT_EQ(everyEntry(expected), everyEntry(PLC_driver.readList));
     }
 }
 

@@ -18,6 +18,12 @@ TEST(Packing, WordsLowByteFirstAndThirtyTwoBitValuesHighHalfFirst)
     out.clear();
     GetWordFromUI(out, words, 0, 3);
     EXPECT_EQ(hexText(out), "01 02 03 04") << "an odd count leaves its last word out";
+    // A count whose bytes no byte array can hold is no range of any array.
+    for (int count : {INT_MAX, INT_MAX / 2 + 1}) {
+        GetWordFromUS(out, words, 0, count);
+        GetWordFromUI(out, words, 0, count);
+        EXPECT_EQ(hexText(out), "01 02 03 04") << count;
+    }
 }
 
 TEST(Packing, BitFormsDifferForBytesOtherThanOneAndZero)
@@ -62,17 +68,21 @@ TEST(CheckValues, DigitConversions)
     for (char c : std::string("9?@F a0"))
         digits.push_back(ASCIIToDigital(c));
     EXPECT_EQ(digits, std::vector<int>({9, 15, 0, 15, 0, 42, 0}));
+    // No range test: at the ends of the int range the sums wrap as 32-bit arithmetic does.
+    EXPECT_EQ(std::vector<int>({DigitalToASCII(INT_MAX), DigitalToASCII(INT_MIN), ASCIIToDigital(INT_MAX),
+                                ASCIIToDigital(INT_MIN)}),
+              std::vector<int>({INT_MIN + 54, INT_MIN + 48, INT_MAX - 55, 0}));
 }
 
 TEST_F(DriverTest, StationSwitch)
 {
-    for (const auto& call : {std::make_pair(3, 0), {3, 0}, {0, 0}, {3, 2}})  // enable 2 changes nothing
-        EnCommStation(call.first, call.second);
-    EXPECT_EQ(PLC_driver.disabledStations.keys(), QList<int>({0, 3}));
+    for (const auto& call : {std::make_pair(3, 0), {3, 0}, {0, 0}, {3, 2}, {INT_MAX, 0}, {4, INT_MIN}})
+        EnCommStation(call.first, call.second);  // an enable other than 0 and 1 changes nothing
+    EXPECT_EQ(PLC_driver.disabledStations.keys(), QList<int>({0, 3, INT_MAX}));
     EnCommStation(3, 1);
     EXPECT_FALSE(Ethernetcontains(3));
     EXPECT_TRUE(Ethernetcontains(0));
-    EnCommStation(-5, 0);
+    EnCommStation(INT_MIN, 0);
     EXPECT_TRUE(PLC_driver.disabledStations.isEmpty()) << "a negative station switches every station on";
 }
 
@@ -132,7 +142,9 @@ TEST_F(DriverTest, AccessesAreClippedAtTheAreaEnd)
     EXPECT_EQ(PLC_driver.wordImage[3][65533], 0x1111);
     EXPECT_EQ(PLC_driver.wordImage[3][65534], 0x2222);
     QByteArray out = hexBytes("EE EE EE EE EE EE");
-    EXPECT_EQ(1, GetRegisterData(QString(), AREA_VW, QStringLiteral("65534"), 1, out, 100000));
+    EXPECT_EQ(1, GetRegisterData(QString(), AREA_VW, QStringLiteral("65534"), 1, out, INT_MAX));
+    EXPECT_EQ(1, GetRegisterData(QString(), AREA_VW, QStringLiteral("2147483647"), 1, out, INT_MAX));
+    EXPECT_EQ(0, GetRegisterData(QString(), AREA_VW, QStringLiteral("-2147483648"), 1, out, 1));
     EXPECT_EQ(hexText(out), "22 22 EE EE EE EE");
 
     RW_VAR negative = record(AREA_AQ, -2, 4, 1, 0, 0, "11 11 22 22 33 33");
@@ -169,11 +181,12 @@ const HostWriteCase kHostWrites[] = {
     {"MissingBytesSentAsZero", AREA_AQ, "10", 2, 100, "01 02 03", 1, "5:10:2@1/a=01 02 03 00"},
     {"ZeroBlockTakenAsOne", AREA_VW, "10", 2, 0, "01 02 03 04", 2, "7:10:1@1/a=01 02, 7:11:1@1/a=03 04"},
     {"BitsOnePerWrite", AREA_M, "10", 3, 100, "01", 3, "2:10:1@1/a=01, 2:11:1@1/a=00, 2:12:1@1/a=00"},
-    {"ClippedAtTheAreaEnd", AREA_VW, "65534", 3, 100, "01 02 03 04", 1, "7:65534:1@1/a=01 02"},
+    {"ClippedAtTheAreaEnd", AREA_VW, "65534", INT_MAX, 100, "01 02 03 04", 1, "7:65534:1@1/a=01 02"},
     {"InputsRefused", AREA_I, "10", 1, 100, "01", 0, ""},
     {"AnalogueInputsRefused", AREA_AI, "10", 1, 100, "01 00", 0, ""},
     {"UnknownAreaRefused", 9, "10", 1, 100, "01 00", 0, ""},
     {"CountZeroRefused", AREA_VW, "10", 0, 100, "", 0, ""},
+    {"CountIntMinRefused", AREA_VW, "10", INT_MIN, 100, "01 02", 0, ""},
     {"AddressWithoutBitRefused", AREA_V, "10", 1, 100, "01", 0, ""},
 };
 

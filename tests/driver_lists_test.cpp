@@ -10,7 +10,8 @@ TEST(AddressText, WorkedTableUnderBothNames)
     struct Row { int area; const char* text; int address; } rows[] = {
         {3, "10.3", 83}, {3, "0.0", 0}, {3, "12", -1}, {3, "", -1},  {3, "1.2.3", 10},  {3, "5.", 40},
         {3, ".5", 5},    {3, "1.9", 17}, {3, "2.1", 17}, {3, "a.b", 0}, {3, ".", 0},    {7, "100", 100},
-        {7, "10.3", 0},  {0, "abc", 0}, {5, "-4", -4}, {9, "12", 12}};
+        {7, "10.3", 0},  {0, "abc", 0}, {5, "-4", -4}, {INT_MIN, "12", 12}, {7, "2147483647", INT_MAX},
+        {7, "2147483648", 0}, {3, "268435456.3", INT_MIN + 3}};  // the V byte.bit sum wraps
     for (const Row& r : rows) {
         SCOPED_TRACE(::testing::Message() << "area " << r.area << " \"" << r.text << '"');
         EXPECT_EQ(StringAddressToInt(r.area, r.text), r.address);
@@ -89,7 +90,8 @@ TEST_F(DriverTest, OneShotWordsAreCutAndTheCallersRecordShowsTheLastPieceOrIsLef
         {0, 100, AREA_AM, "3", 100, "6:3:100@1", "6:3:100@1 0"},
         {0, 0, AREA_AM, "3", 3, "6:3:1@1, 6:4:1@1, 6:5:1@1", "6:5:1@1 0"},
         {0, 100, AREA_AM, "3", 0, "", "6:3:0@1 0"},
-        {0, 100, AREA_AM, "65530", 70000, "6:65530:5@1", "6:65530:5@1 0"},
+        {0, 100, AREA_AM, "65530", INT_MAX, "6:65530:5@1", "6:65530:5@1 0"},
+        {0, 100, AREA_AM, "0", INT_MIN, "", "6:0:-2147483648@1 0"},
         {0, 100, AREA_V, "12", 2, "", "3:999:2@7 8"},
         {0, 100, AREA_VW, "-4", 2, "", "7:999:2@7 8"},
         {0, 100, 9, "1", 2, "", "9:999:2@7 8"},
@@ -152,6 +154,7 @@ INSTANTIATE_TEST_SUITE_P(
         RebuildCase{"OverlapBehindACutOpensABlock", 0, 10, {vw("6", 2), vw("5", 10), vw("0", 10)},
                     "7:0:10@1 7:10:5@1 7:6:2@1"},
         RebuildCase{"BlockLengthZeroTakenAsOne", 0, 0, {vw("0", 3)}, "7:0:1@1 7:1:1@1 7:2:1@1"},
+        RebuildCase{"BlockLengthIntMax", 0, INT_MAX, {vw("0", 300)}, "7:0:300@1"},
         RebuildCase{"BitsDeduplicatedNeverJoined", 0, 100,
                     {hostVar(AREA_Q, "9", 1), hostVar(AREA_Q, "3", 2), hostVar(AREA_Q, "3", 1)},
                     "1:3:1@1 1:4:1@1 1:9:1@1"},
@@ -169,8 +172,9 @@ INSTANTIATE_TEST_SUITE_P(
         RebuildCase{"SingleStationCountZeroKept", 0, 100, {vw("5", 0)}, "7:5:0@1"},
         RebuildCase{"MultiStationCountZeroDropped", 1, 100, {vw("5", 0)}, ""},
         RebuildCase{"AreaAbove7Dropped", 0, 100, {hostVar(9, "1", 1), vw("2", 1)}, "7:2:1@1"},
-        RebuildCase{"NegativeCountDropped", 1, 100, {vw("1", -1), hostVar(AREA_Q, "1", -3), vw("2", 1)}, "7:2:1@1"},
-        RebuildCase{"ClippedAtTheImageEnd", 0, 100, {vw("65530", 10), vw("65535", 1)}, "7:65530:5@1"}),
+        RebuildCase{"NegativeCountDropped", 1, 100, {vw("1", INT_MIN), hostVar(AREA_Q, "1", -3), vw("2", 1)}, "7:2:1@1"},
+        RebuildCase{"ClippedAtTheImageEnd", 0, 100, {vw("65530", INT_MAX), vw("65535", 1), vw("2147483647", 1)},
+                    "7:65530:5@1"}),
     rowName);
 
 TEST_F(CyclicRebuild, EmptyHostListKeepsThePassStateAndAnInvalidOneResetsIt)

@@ -104,23 +104,6 @@ struct LinearQueues {
     }
 };
 
-std::string everyField(const RW_VAR& v)
-{
-    std::string text;
-    for (int field : {v.sourceType, v.sourceId, v.rwType, v.remoteFlag, v.linkId, v.returnCode, v.area, v.address,
-                      v.station, v.count, v.param1, v.param2})
-        text += std::to_string(field) + ',';
-    return text + v.addressText.toStdString() + "/" + v.auxText.toStdString() + "=" + v.value.toHex().toStdString();
-}
-
-std::vector<std::string> everyEntry(const QList<RW_VAR>& list)
-{
-    std::vector<std::string> out;
-    for (const RW_VAR& v : list)
-        out.push_back(everyField(v));
-    return out;
-}
-
 class QueueDifferential : public DriverTest {
 protected:
     std::mt19937 random{20261123};
@@ -137,13 +120,8 @@ protected:
         v.addressText = v.area == AREA_V ? QString("%1.%2").arg(v.address / 8).arg(v.address % 8)
                                          : QString::number(v.address);
         v.auxText = QString::number(pick(0, 99));
-        v.count = pick(1, 3);
-        v.station = pick(1, 3);
-        v.sourceType = pick(0, 2);
-        v.sourceId = pick(0, 2);
-        v.rwType = write ? 1 : 0;
-        v.linkId = info.localLinkId;
-        v.param1 = pick(0, 1);
+        v = {pick(0, 2), pick(0, 2), write, 0, info.localLinkId, 0, v.auxText, v.addressText, v.area, v.address,
+             pick(1, 3), pick(1, 3), pick(0, 1), 0, QByteArray()};
         if (write)
             v.value = QByteArray(2 * v.count, static_cast<char>(pick(0, 255)));
         return v;
