@@ -1,12 +1,14 @@
 // logohost: the reference host of the LOGO! Modbus TCP driver.
 #include <cstdio>
 
+#include "common/endpoint.h"
+
 #include "host/commands/cli_options.h"
 #include "host/commands/commands.h"
 #include "host/binding/driver_api.h"
 #include "host/commands/embedded_sim.h"
 #include "host/commands/interrupt.h"
-#include "host/link/tcp_link.h"
+#include "host/link/link_set.h"
 #include "host/link/trace.h"
 
 namespace {
@@ -36,7 +38,22 @@ int fail(const std::string& message, int code)
     return code;
 }
 
-int runCommand(const Options& options, const std::string& host, int port)
+std::vector<ControllerAddress> controllersOf(const Options& options)
+{
+    std::vector<ControllerAddress> controllers;
+    for (const PlcOption& plc : options.plcs) {
+        ControllerAddress address;
+        address.host = plc.host;
+        address.port = plc.port;
+        address.station = plc.station;
+        address.name = plc.station < 0 ? common::endpointText(plc.host, plc.port)
+                                       : "station " + std::to_string(plc.station);
+        controllers.push_back(address);
+    }
+    return controllers;
+}
+
+int runCommand(const Options& options)
 {
     DriverApi api;
     std::string error;
@@ -45,9 +62,9 @@ int runCommand(const Options& options, const std::string& host, int port)
         return fail(error, kExitFailed);
 
     Trace trace(options.trace);
-    TcpLink link(host, port, std::chrono::milliseconds(static_cast<long long>(options.timeoutSeconds * 1000)), trace);
+    LinkSet links(controllersOf(options), milliseconds(options.timeoutSeconds), trace);
     ComInfo info = comInfoFor(options);
-    CommandContext context{options, api, info, link, trace, host + ":" + std::to_string(port)};
+    CommandContext context{options, api, info, links, trace};
     if (options.command == "watch")
         return runWatch(context);
     if (options.command == "read")
@@ -76,13 +93,12 @@ int main(int argc, char** argv)
         return fail(error, kExitUsage);
     installInterruptHandlers();
     EmbeddedSimulator simulator;
-    if (options.plcHost.empty()) {
+    if (options.plcs.empty()) {
         if (!simulator.start(&error))
             return fail("cannot start the built-in simulator: " + error, kExitFailed);
-        std::fprintf(stderr, "logohost: no --plc given, using the built-in LOGO! simulator on %s:%d\n",
-                     simulator.host().c_str(), simulator.port());
-        options.plcHost = simulator.host();
-        options.plcPort = simulator.port();
+        std::fprintf(stderr, "logohost: no --plc given, using the built-in LOGO! simulator on %s\n",
+                     common::endpointText(simulator.host(), simulator.port()).c_str());
+        options.plcs.push_back(PlcOption{-1, simulator.host(), simulator.port()});
     }
-    return runCommand(options, options.plcHost, options.plcPort);
+    return runCommand(options);
 }

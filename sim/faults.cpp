@@ -1,7 +1,7 @@
 #include "sim/faults.h"
 
-#include <cerrno>
-#include <cstdlib>
+#include "common/numbers.h"
+
 #include <sstream>
 
 namespace logosim {
@@ -14,30 +14,7 @@ constexpr int kMaxStation = 255;
 constexpr int kMinExceptionCode = 1;
 constexpr int kMaxExceptionCode = 255;
 
-bool parseInt(const std::string& text, long min, long max, long* out)
-{
-    if (text.empty())
-        return false;
-    char* end = nullptr;
-    errno = 0;
-    const long value = std::strtol(text.c_str(), &end, 10);
-    if (errno != 0 || *end != '\0' || value < min || value > max)
-        return false;
-    *out = value;
-    return true;
-}
-
-bool parseProbability(const std::string& text, double* out)
-{
-    if (text.empty())
-        return false;
-    char* end = nullptr;
-    const double value = std::strtod(text.c_str(), &end);
-    if (*end != '\0' || !(value >= 0.0 && value <= 1.0))
-        return false;
-    *out = value;
-    return true;
-}
+bool parseProbability(const std::string& text, double* out) { return common::parseDecimal(text, 0.0, 1.0, out); }
 
 bool fail(std::string* error, const std::string& text, const std::string& message)
 {
@@ -64,31 +41,31 @@ bool applyOption(const std::string& option, FaultSpec* rule, bool* sawEvery, std
     const size_t eq = option.find('=');
     const std::string key = option.substr(0, eq);
     const std::string value = eq == std::string::npos ? std::string() : option.substr(eq + 1);
-    long number = 0;
+    int number = 0;
     if (eq == std::string::npos) {
         *message = "option '" + option + "' has no value (expected KEY=VALUE)";
     } else if (key == "every") {
         *sawEvery = true;
-        if (parseInt(value, 1, 1000000000, &number))
-            rule->everyNth = static_cast<int>(number);
+        if (common::parseInt(value, 1, 1000000000, &number))
+            rule->everyNth = number;
         else
             *message = "every='" + value + "' is not a whole number of at least 1";
     } else if (key == "prob") {
         if (!parseProbability(value, &rule->probability))
             *message = "prob='" + value + "' is not a number from 0 to 1";
     } else if (key == "delay") {
-        if (parseInt(value, 0, kMaxDelayMs, &number))
-            rule->delayMs = static_cast<int>(number);
+        if (common::parseInt(value, 0, kMaxDelayMs, &number))
+            rule->delayMs = number;
         else
             *message = "delay='" + value + "' is not a number of milliseconds from 0 to 600000";
     } else if (key == "station") {
-        if (parseInt(value, 0, kMaxStation, &number))
-            rule->station = static_cast<int>(number);
+        if (common::parseInt(value, 0, kMaxStation, &number))
+            rule->station = number;
         else
             *message = "station='" + value + "' is not a unit id from 0 to 255";
     } else if (key == "code") {
-        if (parseInt(value, kMinExceptionCode, kMaxExceptionCode, &number))
-            rule->exceptionCode = static_cast<int>(number);
+        if (common::parseInt(value, kMinExceptionCode, kMaxExceptionCode, &number))
+            rule->exceptionCode = number;
         else
             *message = "code='" + value + "' is not an exception code from 1 to 255";
     } else {

@@ -11,6 +11,7 @@
 #include <iostream>
 #include <sstream>
 
+#include "common/endpoint.h"
 #include "sim/simulator.h"
 
 namespace logosim {
@@ -19,7 +20,6 @@ namespace {
 
 constexpr const char* kDefaultHost = "127.0.0.1";
 constexpr int kDefaultPort = 5020;
-constexpr int kMaxPort = 65535;
 constexpr int kExitOk = 0;
 constexpr int kExitCannotListen = 1;
 constexpr int kExitUsage = 2;
@@ -48,24 +48,13 @@ extern "C" void onStopSignal(int)
 
 bool parseListen(const std::string& text, SimOptions* options, std::string* error)
 {
-    const size_t colon = text.rfind(':');
-    options->host = text.substr(0, colon);
-    if (colon == std::string::npos) {
-        options->port = kDefaultPort;
-    } else {
-        const std::string port = text.substr(colon + 1);
-        char* end = nullptr;
-        const long value = std::strtol(port.c_str(), &end, 10);
-        if (port.empty() || *end != '\0' || value < 0 || value > kMaxPort) {
-            *error = "--listen '" + text + "': port '" + port + "' is not a number from 0 to 65535";
-            return false;
-        }
-        options->port = static_cast<int>(value);
-    }
-    if (options->host.empty()) {
-        *error = "--listen '" + text + "': the host is missing (expected HOST[:PORT])";
+    common::Endpoint endpoint;
+    if (!common::parseEndpoint(text, kDefaultPort, 0, &endpoint, error)) {
+        *error = "--listen '" + text + "': " + *error + " (expected HOST[:PORT], or [IPV6]:PORT)";
         return false;
     }
+    options->host = endpoint.host;
+    options->port = endpoint.port;
     return true;
 }
 
@@ -235,7 +224,7 @@ int runSimulatorMain(int argc, char** argv)
     Simulator sim(options);
     const bool started = sim.start(&error);
     if (started) {
-        std::cout << "LOGO! simulator listening on " << options.host << ":" << sim.port() << std::endl;
+        std::cout << "LOGO! simulator listening on " << common::endpointText(options.host, sim.port()) << std::endl;
         serveUntilSignalled(sim);
         sim.stop();
     } else {

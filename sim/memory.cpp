@@ -2,38 +2,6 @@
 
 namespace logosim {
 
-bool isBitArea(Area area)
-{
-    return area == Area::I || area == Area::Q || area == Area::M || area == Area::VBit;
-}
-
-int areaSize(Area area)
-{
-    switch (area) {
-    case Area::I: return kInputCount;
-    case Area::Q: return kOutputCount;
-    case Area::M: return kFlagCount;
-    case Area::VBit: return kVBitCount;
-    case Area::AI: return kAnalogInputCount;
-    case Area::AQ: return kAnalogOutputCount;
-    case Area::AM: return kAnalogFlagCount;
-    case Area::VW: return kVWordCount;
-    }
-    return 0;
-}
-
-bool inArea(Area area, long long index, long long count)
-{
-    return index >= 0 && count >= 0 && index + count <= areaSize(area);
-}
-
-const char* areaName(Area area)
-{
-    static const char* const names[kAreaCount] = {"I", "Q", "M", "V", "AI", "AQ", "AM", "VW"};
-    const auto n = static_cast<int>(area);
-    return n < kAreaCount ? names[n] : "?";
-}
-
 uint8_t* Memory::bitCell(Area area, int index)
 {
     if (!isBitArea(area) || !inArea(area, index, 1))

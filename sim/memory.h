@@ -10,29 +10,25 @@
 #include <map>
 #include <memory>
 
+#include "common/logo_map.h"
+
 namespace logosim {
 
-// The controller's areas, numbered as the driver numbers them in remote-mode
-// frames, so a frame's area field converts to this type directly.
-enum class Area : uint8_t { I = 0, Q = 1, M = 2, VBit = 3, AI = 4, AQ = 5, AM = 6, VW = 7 };
-
-constexpr int kAreaCount = 8;
-constexpr int kInputCount = 24;         // I1..I24
-constexpr int kOutputCount = 20;        // Q1..Q20
-constexpr int kFlagCount = 64;          // M1..M64
-constexpr int kVByteCount = 851;        // VB0..VB850
-constexpr int kVBitCount = 8 * kVByteCount;
-constexpr int kVWordCount = 426;        // VW0..VW850; the last word's low byte is padding
-constexpr int kAnalogInputCount = 8;    // AI1..AI8
-constexpr int kAnalogOutputCount = 8;   // AQ1..AQ8
-constexpr int kAnalogFlagCount = 64;    // AM1..AM64
-
-bool isBitArea(Area area);
-// Number of elements (bits or words) the area holds.
-int areaSize(Area area);
-// True when the elements [index, index + count) all lie inside the area.
-bool inArea(Area area, long long index, long long count);
-const char* areaName(Area area);
+using logomap::Area;
+using logomap::areaName;
+using logomap::areaSize;
+using logomap::inArea;
+using logomap::isBitArea;
+using logomap::kAnalogFlagCount;
+using logomap::kAnalogInputCount;
+using logomap::kAnalogOutputCount;
+using logomap::kAreaCount;
+using logomap::kFlagCount;
+using logomap::kInputCount;
+using logomap::kOutputCount;
+using logomap::kVBitCount;
+using logomap::kVByteCount;
+using logomap::kVWordCount;
 
 // One station's memory. Indexes are 0-based element numbers; callers check
 // them with inArea first (out-of-range indexes are ignored or read as 0).
@@ -47,7 +43,7 @@ private:
     std::array<uint8_t, kInputCount> inputs_{};
     std::array<uint8_t, kOutputCount> outputs_{};
     std::array<uint8_t, kFlagCount> flags_{};
-    std::array<uint8_t, 2 * kVWordCount> vBytes_{};  // one byte more than V memory has
+    std::array<uint8_t, kVByteCount> vBytes_{};
     std::array<uint16_t, kAnalogInputCount> analogInputs_{};
     std::array<uint16_t, kAnalogOutputCount> analogOutputs_{};
     std::array<uint16_t, kAnalogFlagCount> analogFlags_{};

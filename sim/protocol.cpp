@@ -7,29 +7,6 @@ namespace logosim {
 
 namespace {
 
-struct Region {
-    Table table;
-    int first;  // Modbus address of the area's first element
-    int count;
-    Area area;
-};
-
-constexpr int kOutputsCoilBase = 8192;
-constexpr int kFlagsCoilBase = 8256;
-constexpr int kAnalogOutputsRegisterBase = 512;
-constexpr int kAnalogFlagsRegisterBase = 528;
-
-const Region kRegions[] = {
-    {Table::Coil, 0, kVBitCount, Area::VBit},
-    {Table::Coil, kOutputsCoilBase, kOutputCount, Area::Q},
-    {Table::Coil, kFlagsCoilBase, kFlagCount, Area::M},
-    {Table::DiscreteInput, 0, kInputCount, Area::I},
-    {Table::InputRegister, 0, kAnalogInputCount, Area::AI},
-    {Table::HoldingRegister, 0, kVWordCount, Area::VW},
-    {Table::HoldingRegister, kAnalogOutputsRegisterBase, kAnalogOutputCount, Area::AQ},
-    {Table::HoldingRegister, kAnalogFlagsRegisterBase, kAnalogFlagCount, Area::AM},
-};
-
 uint16_t be16(const uint8_t* p) { return static_cast<uint16_t>(p[0] << 8 | p[1]); }
 
 int32_t be32(const uint8_t* p)
@@ -56,15 +33,15 @@ uint8_t sum8(const uint8_t* data, size_t len)
 
 bool looksLikeMbap(const uint8_t* data)
 {
-    const uint16_t length = be16(data + kMbapLengthOffset);
-    return data[2] == 0 && data[3] == 0 && length >= kMbapMinLength && length <= kMbapMaxLength;
+    const uint16_t length = be16(data + kLengthOffset);
+    return data[2] == 0 && data[3] == 0 && length >= kMinLengthField && length <= kMaxLengthField;
 }
 
 std::vector<uint8_t> modbusReply(const uint8_t* request, const std::vector<uint8_t>& pdu)
 {
     std::vector<uint8_t> out(request, request + 4);  // transaction and protocol id
     putBe16(out, static_cast<unsigned>(pdu.size() + 1));
-    out.push_back(request[kMbapUnitOffset]);
+    out.push_back(request[kUnitOffset]);
     out.insert(out.end(), pdu.begin(), pdu.end());
     return out;
 }
@@ -154,11 +131,11 @@ std::vector<uint8_t> writeMultiplePdu(Memory& memory, const uint8_t* pdu, size_t
 Response handleModbus(MemoryBank& bank, const uint8_t* data, size_t len)
 {
     Response response;
-    if (len < kMbapHeaderBytes + 1 || !looksLikeMbap(data) || be16(data + kMbapLengthOffset) != len - 6)
+    if (len < kMbapBytes + 1 || !looksLikeMbap(data) || be16(data + kLengthOffset) != len - 6)
         return response;  // not a whole Modbus request: nothing sensible to answer
-    Memory& memory = bank.station(data[kMbapUnitOffset]);
-    const uint8_t* pdu = data + kMbapHeaderBytes;
-    const size_t pduLen = len - kMbapHeaderBytes;
+    Memory& memory = bank.station(data[kUnitOffset]);
+    const uint8_t* pdu = data + kMbapBytes;
+    const size_t pduLen = len - kMbapBytes;
     std::vector<uint8_t> reply;
     switch (pdu[0]) {
     case kFcReadCoils: reply = readPdu(memory, Table::Coil, pdu, pduLen); break;
@@ -186,8 +163,8 @@ size_t remoteValueBytes(Area area, size_t count) { return isBitArea(area) ? coun
 
 std::vector<uint8_t> remoteHeader(const uint8_t* request, RemoteStatus status, size_t following)
 {
-    std::vector<uint8_t> out(request, request + kRemoteReplyHeaderBytes);
-    out[0] = static_cast<uint8_t>(kRemoteReplyHeaderBytes + following);
+    std::vector<uint8_t> out(request, request + kRemoteHeader);
+    out[0] = static_cast<uint8_t>(kRemoteHeader + following);
     out[7] = static_cast<uint8_t>(status);
     out[8] = static_cast<uint8_t>(following);
     return out;
@@ -228,7 +205,7 @@ Response remoteWrite(Memory& memory, const uint8_t* request, Area area, int inde
     }
     Response response;
     response.remoteMode = true;
-    response.bytes = remoteHeader(request, RemoteStatus::Ok, kRemoteWriteReplyBytes - kRemoteReplyHeaderBytes);
+    response.bytes = remoteHeader(request, RemoteStatus::Ok, kRemoteWriteReply - kRemoteHeader);
     putBe16(response.bytes, static_cast<unsigned>(count));
     response.bytes.push_back(sum8(response.bytes.data(), response.bytes.size()));
     return response;
@@ -236,7 +213,7 @@ Response remoteWrite(Memory& memory, const uint8_t* request, Area area, int inde
 
 Response handleRemote(MemoryBank& bank, const uint8_t* data, size_t len)
 {
-    if (len < kRemoteHeaderBytes)
+    if (len < kRemoteRequest)
         return Response{};  // too short to echo a header from
     const uint8_t rwType = data[kRemoteRwTypeOffset];
     const uint16_t areaCode = be16(data + kRemoteAreaOffset);
@@ -247,7 +224,7 @@ Response handleRemote(MemoryBank& bank, const uint8_t* data, size_t len)
         return remoteError(data, RemoteStatus::UnknownArea, rwType == kRemoteWrite);
     const auto area = static_cast<Area>(areaCode);
     const int count = be16(data + kRemoteCountOffset);
-    const size_t expected = kRemoteHeaderBytes + (rwType == kRemoteWrite ? remoteValueBytes(area, count) : 0);
+    const size_t expected = kRemoteRequest + (rwType == kRemoteWrite ? remoteValueBytes(area, count) : 0);
     if (len != expected || data[0] != static_cast<uint8_t>(expected))
         return remoteError(data, RemoteStatus::BadLength, true);
     if (data[len - 1] != sum8(data, len - 1))
@@ -268,7 +245,7 @@ FrameInfo frameRemote(const uint8_t* data, size_t len)
     if (len < kRemoteCountOffset + 2)
         return {FrameInfo::NeedMore, 0};
     const uint16_t areaCode = be16(data + kRemoteAreaOffset);
-    size_t length = kRemoteHeaderBytes;
+    size_t length = kRemoteRequest;
     if (data[kRemoteRwTypeOffset] == kRemoteWrite && areaCode < kRemoteAreaLimit)
         length += remoteValueBytes(static_cast<Area>(areaCode), be16(data + kRemoteCountOffset));
     // Unknown kinds and areas are taken as a bare header: the handler answers
@@ -280,19 +257,6 @@ FrameInfo frameRemote(const uint8_t* data, size_t len)
 
 }  // namespace
 
-bool locate(Table table, int address, int count, Location* out)
-{
-    for (const Region& region : kRegions) {
-        if (region.table != table || address < region.first || address >= region.first + region.count)
-            continue;
-        if (count < 0 || address + count > region.first + region.count)
-            return false;  // the range crosses the end of the area
-        *out = Location{region.area, address - region.first};
-        return true;
-    }
-    return false;
-}
-
 bool isRemoteModeRequest(const uint8_t* data, size_t len)
 {
     if (len == 0)
@@ -302,18 +266,18 @@ bool isRemoteModeRequest(const uint8_t* data, size_t len)
     const bool remoteWrite = len > kRemoteRwTypeOffset && data[kRemoteRwTypeOffset] == kRemoteWrite;
     if (data[0] == 0 && !remoteWrite)
         return false;
-    return !(len >= kMbapHeaderBytes - 1 && looksLikeMbap(data));
+    return !(len >= kMbapBytes - 1 && looksLikeMbap(data));
 }
 
 FrameInfo frameRequest(const uint8_t* data, size_t len)
 {
-    if (len < kMbapHeaderBytes - 1)  // enough to tell the two formats apart
+    if (len < kMbapBytes - 1)  // enough to tell the two formats apart
         return {FrameInfo::NeedMore, 0};
     if (isRemoteModeRequest(data, len))
         return frameRemote(data, len);
     if (!looksLikeMbap(data))
         return {FrameInfo::Unframeable, 0};
-    const size_t length = 6 + be16(data + kMbapLengthOffset);
+    const size_t length = 6 + be16(data + kLengthOffset);
     if (len < length)
         return {FrameInfo::NeedMore, 0};
     return {FrameInfo::Complete, length};
@@ -335,17 +299,17 @@ uint8_t requestStation(const uint8_t* data, size_t len)
 {
     if (isRemoteModeRequest(data, len))
         return len > kRemoteStationOffset ? data[kRemoteStationOffset] : 0;
-    return len > kMbapUnitOffset ? data[kMbapUnitOffset] : 0;
+    return len > kUnitOffset ? data[kUnitOffset] : 0;
 }
 
 std::vector<uint8_t> faultReply(const uint8_t* data, size_t len, uint8_t exceptionCode)
 {
     if (isRemoteModeRequest(data, len))
-        return len < kRemoteHeaderBytes ? std::vector<uint8_t>{}
+        return len < kRemoteRequest ? std::vector<uint8_t>{}
                                         : remoteHeader(data, RemoteStatus::DeviceFailure, 0);
-    if (len < kMbapHeaderBytes + 1)
+    if (len < kMbapBytes + 1)
         return {};
-    return modbusReply(data, exceptionPdu(data[kMbapHeaderBytes], exceptionCode));
+    return modbusReply(data, exceptionPdu(data[kMbapBytes], exceptionCode));
 }
 
 RequestSummary summarizeRequest(const uint8_t* data, size_t len)
@@ -363,10 +327,10 @@ RequestSummary summarizeRequest(const uint8_t* data, size_t len)
         summary.quantity = be16(data + kRemoteCountOffset);
         return summary;
     }
-    if (len < kMbapHeaderBytes + 1)
+    if (len < kMbapBytes + 1)
         return summary;
-    const uint8_t* pdu = data + kMbapHeaderBytes;
-    const size_t pduLen = len - kMbapHeaderBytes;
+    const uint8_t* pdu = data + kMbapBytes;
+    const size_t pduLen = len - kMbapBytes;
     summary.function = pdu[0];
     summary.write = pdu[0] == kFcWriteSingleCoil || pdu[0] == kFcWriteSingleRegister ||
                     pdu[0] == kFcWriteMultipleCoils || pdu[0] == kFcWriteMultipleRegisters;

@@ -31,6 +31,7 @@
 #include <stdexcept>
 #include <thread>
 
+#include "common/endpoint.h"
 #include "sim/faults.h"
 
 namespace logosim {
@@ -113,10 +114,10 @@ void spoil(std::vector<uint8_t>& reply, FaultKind kind, bool remoteMode)
         reply.pop_back();
     } else if (kind == FaultKind::Long) {
         reply.insert(reply.end(), kLongFaultExtraBytes, kLongFaultFiller);
-        if (!remoteMode && reply.size() > kMbapLengthOffset + 1) {
+        if (!remoteMode && reply.size() > kLengthOffset + 1) {
             const size_t length = reply.size() - 6;
-            reply[kMbapLengthOffset] = static_cast<uint8_t>(length >> 8);
-            reply[kMbapLengthOffset + 1] = static_cast<uint8_t>(length);
+            reply[kLengthOffset] = static_cast<uint8_t>(length >> 8);
+            reply[kLengthOffset + 1] = static_cast<uint8_t>(length);
         }
     } else if (kind == FaultKind::DropMid) {
         reply.resize(reply.size() / 2);
@@ -174,28 +175,24 @@ struct Simulator::Impl {
 
 bool Simulator::Impl::listen(int port, std::string* error)
 {
-    const std::string host = options.host == "localhost" ? "127.0.0.1" : options.host;
-    in_addr parsed{};
-    const std::string where = options.host + ":" + std::to_string(port);
-    if (inet_pton(AF_INET, host.c_str(), &parsed) != 1) {
-        *error = "cannot listen on " + where + ": '" + options.host + "' is not a dotted IPv4 address";
-        return false;
-    }
-    ctx = modbus_new_tcp(host.c_str(), port);
+    // The protocol-independent backend of libmodbus takes IPv6 as well.
+    const std::string where = common::endpointText(options.host, port);
+    ctx = modbus_new_tcp_pi(options.host.c_str(), std::to_string(port).c_str());
     if (ctx == nullptr) {
         *error = "cannot listen on " + where + ": " + modbus_strerror(errno);
         return false;
     }
-    listenFd = modbus_tcp_listen(ctx, kListenBacklog);
+    listenFd = modbus_tcp_pi_listen(ctx, kListenBacklog);
     if (listenFd < 0) {
         *error = "cannot listen on " + where + ": " + modbus_strerror(errno);
         closeListener();
         return false;
     }
-    sockaddr_in bound{};
+    sockaddr_storage bound{};
     socklen_t size = sizeof bound;
     getsockname(listenFd, reinterpret_cast<sockaddr*>(&bound), &size);
-    boundPort = ntohs(bound.sin_port);
+    boundPort = ntohs(bound.ss_family == AF_INET6 ? reinterpret_cast<const sockaddr_in6*>(&bound)->sin6_port
+                                                  : reinterpret_cast<const sockaddr_in*>(&bound)->sin_port);
     return true;
 }
 
@@ -285,7 +282,7 @@ void Simulator::Impl::applyCommands()
 
 void Simulator::Impl::acceptOne()
 {
-    int fd = modbus_tcp_accept(ctx, &listenFd);
+    int fd = modbus_tcp_pi_accept(ctx, &listenFd);
     if (fd < 0)
         return;  // the client gave up before we took it; keep listening
     const int one = 1;

@@ -1,17 +1,9 @@
 // A LOGO! controller served over Modbus TCP, for testing the driver and the
 // host without hardware.
 //
-// Address map (Modbus addresses from 0):
-//   discrete inputs    I1..I24 at 0..23
-//   coils              V bits at 0..6807 (8 x byte + bit), Q1..Q20 at 8192..8211,
-//                      M1..M64 at 8256..8319
-//   input registers    AI1..AI8 at 0..7
-//   holding registers  VW at 0..425 (register r = V bytes 2r high, 2r+1 low),
-//                      AQ1..AQ8 at 512..519, AM1..AM64 at 528..591
-// V memory is held once, so V bits and VW registers show each other's writes.
-// Each unit identifier (station) has its own memory, created on first use.
-// Remote-mode frames of the driver are answered from the same memory; their
-// reply layouts are described in sim/protocol.h.
+// The address map is common/logo_map.h. Each unit identifier (station) has
+// its own memory, created on first use. Remote-mode frames of the driver are
+// answered from the same memory; their layouts are in common/remote_wire.h.
 #ifndef LOGOSIM_SIMULATOR_H
 #define LOGOSIM_SIMULATOR_H
 
@@ -58,7 +50,7 @@ struct FaultSpec {
 bool parseFaultSpec(const std::string& text, FaultSpec* out, std::string* error);
 
 struct SimOptions {
-    std::string host = "127.0.0.1";  // dotted IPv4 address to listen on
+    std::string host = "127.0.0.1";  // address to listen on, IPv4 or IPv6
     int port = 0;                    // 0: any free port, see Simulator::port()
     bool animate = false;            // I1..I8 and AI1..AI8 change over time
     std::vector<FaultSpec> faults;

@@ -1,24 +1,52 @@
 #include "host/binding/scan_state.h"
 
-#include "host/notation/reply_words.h"
-#include "host/link/trace.h"
+#include "host/notation/return_codes.h"
+#include "host/notation/time_text.h"
 #include "host/notation/value_codec.h"
 
 namespace logohost {
+namespace {
 
-std::string stateText(const ElementStatus& element)
+// The quality of a request that failed, and its words.
+Quality failedQuality(const RequestFailure& failure, std::string* why)
 {
-    switch (element.state) {
-    case ElementState::NeverRead: return "never read";
-    case ElementState::Ok: return "ok";
-    case ElementState::StationOff: return "station off";
-    case ElementState::Failed: break;
+    if (isNoReplyCode(failure.returnCode) && !failure.refusal.empty()) {
+        *why = "refused: " + failure.refusal;
+        return Quality::Refused;
     }
-    if (isNoReplyCode(element.returnCode))
-        return element.refusal.empty() ? "no reply" : "refused: " + element.refusal;
-    if (element.exceptionCode && isBadLengthCode(element.returnCode))
-        return exceptionName(element.exceptionCode);
-    return isBadLengthCode(element.returnCode) ? "wrong reply length" : "bad reply";
+    if (isNoReplyCode(failure.returnCode)) {
+        *why = "no reply" + (failure.cause.empty() ? "" : ": " + failure.cause);
+        return Quality::NoReply;
+    }
+    *why = failureWords(failure);
+    return Quality::Failed;
+}
+
+}  // namespace
+
+const char* qualityName(Quality quality)
+{
+    switch (quality) {
+    case Quality::NeverRead: return "never-read";
+    case Quality::Ok: return "ok";
+    case Quality::Stale: return "stale";
+    case Quality::NoReply: return "no-reply";
+    case Quality::Refused: return "refused";
+    case Quality::Failed: return "failed";
+    case Quality::StationOff: return "station-off";
+    }
+    return "?";
+}
+
+std::string qualityWords(const ElementStatus& element)
+{
+    switch (element.quality) {
+    case Quality::Ok: return "ok";
+    case Quality::NeverRead: return "never read";
+    case Quality::StationOff: return "station off";
+    case Quality::Stale: return "stale: " + element.why;
+    default: return element.why;
+    }
 }
 
 QList<HOSTVAR> hostVariables(const std::vector<Variable>& variables, int defaultStation)
@@ -37,8 +65,8 @@ QList<HOSTVAR> hostVariables(const std::vector<Variable>& variables, int default
 }
 
 ScanState::ScanState(const DriverApi& api, const std::vector<Variable>& variables, bool multiStation,
-                     int defaultStation)
-    : api_(api), multiStation_(multiStation)
+                     int defaultStation, ScanTiming timing, ControllerOf controllerOf)
+    : api_(api), multiStation_(multiStation), timing_(std::move(timing))
 {
     for (size_t v = 0; v < variables.size(); ++v) {
         const Variable& var = variables[v];
@@ -46,9 +74,10 @@ ScanState::ScanState(const DriverApi& api, const std::vector<Variable>& variable
             Element element;
             element.status.name = elementName(var, i, multiStation);
             element.status.variable = static_cast<int>(v);
+            element.status.station = var.station == kNoStation ? defaultStation : var.station;
+            element.status.controller = controllerOf ? controllerOf(element.status.station) : 0;
             element.var = var;
             element.index = i;
-            element.station = var.station == kNoStation ? defaultStation : var.station;
             element.area = driverArea(var.kind);
             element.address = driverAddress(var, i);
             element.span = isBitKind(var.kind) ? 1 : wordsPerElement(var.kind);
@@ -59,7 +88,7 @@ ScanState::ScanState(const DriverApi& api, const std::vector<Variable>& variable
 
 bool ScanState::covers(const Element& element, const RequestResult& result) const
 {
-    if (result.rwType != 0 || result.area != element.area || (multiStation_ && result.station != element.station))
+    if (result.rwType != 0 || result.area != element.area || (multiStation_ && result.station != element.status.station))
         return false;
     return element.address < result.address + result.count && result.address < element.address + element.span;
 }
@@ -68,39 +97,38 @@ void ScanState::refreshValue(Element* element) const
 {
     QByteArray data;
     const QString addressText = QString::fromStdString(driverAddressText(element->var, element->index));
-    if (!api_.getRegisterData(QString(), element->area, addressText, element->station, data, element->span))
+    if (!api_.getRegisterData(QString(), element->area, addressText, element->status.station, data, element->span))
         return;
     const std::vector<uint8_t> bytes(data.begin(), data.end());
-    const std::string value = formatValue(unpackValues(element->var.kind, bytes, 1).front(), valueTypeOf(element->var.kind));
+    const Kind kind = element->var.kind;
+    const int64_t value = signedValue(unpackValues(kind, bytes, 1).front(), valueTypeOf(kind));
     ElementStatus& status = element->status;
+    status.readAtMs = timing_.wallMs();
+    element->readAt = timing_.now();
     if (!status.hasValue || status.value != value)
-        status.changedAt = clockText(false);
+        status.changedAtMs = status.readAtMs;
     status.hasValue = true;
     status.value = value;
 }
 
 void ScanState::onResult(const RequestResult& result)
 {
-    std::lock_guard<std::mutex> lock(mutex_);
+    const std::lock_guard<std::mutex> lock(mutex_);
     ++results_;
-    resultArrived_.notify_all();
-    if (result.returnCode == 0)
+    if (result.returnCode == RC_RETRYING)
         return;  // the same frame comes again
     for (Element& element : elements_) {
         if (!covers(element, result))
             continue;
         ElementStatus& status = element.status;
         status.lastResult = results_;
-        if (isSuccessCode(result.returnCode)) {
-            status.state = ElementState::Ok;
+        element.lastFailed = !isSuccessCode(result.returnCode);
+        if (element.lastFailed) {
+            status.failure = result.failure;
+            ++status.failuresInRow;
+        } else {
             status.failuresInRow = 0;
             refreshValue(&element);
-        } else {
-            status.state = ElementState::Failed;
-            status.returnCode = result.returnCode;
-            status.exceptionCode = result.exceptionCode;
-            status.refusal = result.refusal;
-            ++status.failuresInRow;
         }
     }
 }
@@ -109,26 +137,53 @@ void ScanState::onStation(int station, bool off)
 {
     const std::lock_guard<std::mutex> lock(mutex_);
     for (Element& element : elements_)
-        if (element.station == station && (off || element.status.state == ElementState::StationOff))
-            element.status.state = off ? ElementState::StationOff
-                                       : element.status.returnCode ? ElementState::Failed
-                                       : element.status.hasValue   ? ElementState::Ok
-                                                                   : ElementState::NeverRead;
+        if (element.status.station == station)
+            element.stationOff = off;
 }
 
-std::vector<ElementStatus> ScanState::snapshot() const
+ElementStatus ScanState::judged(const Element& element, const LinkHealth& health) const
+{
+    ElementStatus status = element.status;
+    std::string& why = status.why;
+    const bool down = health.state == LinkState::Down;
+    status.unreachable = unreachable(health);
+    if (element.stationOff) {
+        status.quality = Quality::StationOff;
+        why = "station " + std::to_string(status.station) + " is switched off";
+    } else if (element.lastFailed) {
+        status.quality = failedQuality(status.failure, &why);
+    } else if (!status.hasValue) {
+        status.quality = down ? Quality::NoReply : Quality::NeverRead;
+        why = down ? "no reply: " + health.cause : "not read yet";
+    } else if (down) {
+        status.quality = Quality::Stale;
+        why = "not answering: " + health.cause;
+    } else if (timing_.now() - element.readAt > timing_.staleAfter) {
+        status.quality = Quality::Stale;
+        why = "not read again within " + secondsText(timing_.staleAfter);
+    } else {
+        status.quality = Quality::Ok;
+        why.clear();
+    }
+    return status;
+}
+
+std::vector<ElementStatus> ScanState::snapshot(const HealthOf& health) const
 {
     const std::lock_guard<std::mutex> lock(mutex_);
     std::vector<ElementStatus> statuses;
+    statuses.reserve(elements_.size());
     for (const Element& element : elements_)
-        statuses.push_back(element.status);
+        statuses.push_back(judged(element, health(element.status.station)));
     return statuses;
 }
 
-ElementStatus ScanState::element(size_t index) const
+ElementStatus ScanState::element(size_t index, const HealthOf& health) const
 {
     const std::lock_guard<std::mutex> lock(mutex_);
-    return index < elements_.size() ? elements_[index].status : ElementStatus();
+    if (index >= elements_.size())
+        return ElementStatus();
+    return judged(elements_[index], health(elements_[index].status.station));
 }
 
 uint64_t ScanState::resultCount() const
@@ -136,13 +191,5 @@ uint64_t ScanState::resultCount() const
     const std::lock_guard<std::mutex> lock(mutex_);
     return results_;
 }
-
-void ScanState::waitForResult(std::chrono::milliseconds timeout) const
-{
-    std::unique_lock<std::mutex> lock(mutex_);
-    const uint64_t seen = results_;
-    resultArrived_.wait_for(lock, timeout, [this, seen] { return results_ != seen; });
-}
-
 
 }  // namespace logohost

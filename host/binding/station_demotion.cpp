@@ -2,25 +2,20 @@
 
 #include <cstdio>
 
-#include "host/notation/reply_words.h"
+#include "host/notation/return_codes.h"
 
 namespace logohost {
 namespace {
 
 constexpr int kStationOff = 0;
-constexpr int kStationOn = 1;
+constexpr int kStationOn = 1;  // EnCommStation's enable values
 
 }  // namespace
 
-std::string secondsText(double seconds)
-{
-    char text[32];
-    std::snprintf(text, sizeof text, "%g s", seconds);
-    return text;
-}
 
-StationDemotion::StationDemotion(const DriverApi& api, int after, std::chrono::milliseconds offFor, Report report)
-    : api_(api), after_(after), offFor_(offFor), report_(std::move(report))
+StationDemotion::StationDemotion(const DriverApi& api, int after, std::chrono::milliseconds offFor, Report report,
+                                 Now now)
+    : api_(api), after_(after), offFor_(offFor), report_(std::move(report)), now_(std::move(now))
 {
 }
 
@@ -36,17 +31,17 @@ void StationDemotion::onResult(const RequestResult& result)
     if (inRow < after_)
         return;
     api_.enableStation(result.station, kStationOff);
-    offUntil_[result.station] = Clock::now() + offFor_;
+    offUntil_[result.station] = now_() + offFor_;
     givenUpInRow_.erase(result.station);
     report_(result.station, true,
             "station " + std::to_string(result.station) + " switched off for " +
-                secondsText(static_cast<double>(offFor_.count()) / 1000) + " after " + std::to_string(inRow) +
+                secondsText(offFor_) + " after " + std::to_string(inRow) +
                 " given-up request" + (inRow == 1 ? "" : "s") + " in a row");
 }
 
 void StationDemotion::tick()
 {
-    const Clock::time_point now = Clock::now();
+    const Clock::time_point now = now_();
     for (auto it = offUntil_.begin(); it != offUntil_.end();) {
         if (now < it->second) {
             ++it;

@@ -10,6 +10,7 @@
 
 #include "host/binding/comm_loop.h"
 #include "host/binding/driver_api.h"
+#include "host/notation/time_text.h"
 
 namespace logohost {
 
@@ -18,7 +19,9 @@ public:
     // Called on the communication thread when a station goes off or on.
     using Report = std::function<void(int station, bool off, const std::string& message)>;
 
-    StationDemotion(const DriverApi& api, int after, std::chrono::milliseconds offFor, Report report);
+    using Now = std::function<std::chrono::steady_clock::time_point()>;
+
+    StationDemotion(const DriverApi& api, int after, std::chrono::milliseconds offFor, Report report, Now now);
 
     // Both on the communication thread.
     void onResult(const RequestResult& result);
@@ -33,11 +36,11 @@ private:
     const int after_;
     const std::chrono::milliseconds offFor_;
     const Report report_;
+    const Now now_;
     std::map<int, int> givenUpInRow_;
     std::map<int, Clock::time_point> offUntil_;
 };
 
-std::string secondsText(double seconds);
 
 }  // namespace logohost
 

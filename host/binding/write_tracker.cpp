@@ -1,23 +1,47 @@
 #include "host/binding/write_tracker.h"
 
-#include "host/notation/reply_words.h"
+#include "host/notation/return_codes.h"
 
 namespace logohost {
 namespace {
 
 constexpr int kWriteResult = 1;  // rwType of a write's result
 
+std::set<int> addressesOf(const DriverRange& range)
+{
+    std::set<int> all;
+    for (int address = range.address; address < range.address + range.count; ++address)
+        all.insert(address);
+    return all;
+}
+
 }  // namespace
 
-void WriteTracker::add(const WriteRequest& request, int sourceId, int station)
+std::string writeOutcomeText(const PendingWrite& write, const std::string& what, const std::string& name)
+{
+    const std::string lead = what.empty() ? "" : what + " ";
+    switch (write.end) {
+    case WriteEnd::Written: return lead + "written";
+    case WriteEnd::Failed: return lead + "not written: " + failureText(write.failure);
+    case WriteEnd::Dropped:
+        return lead + "not written: " + failureWords(write.failure, write.givenUp) + ", and " + name +
+               " was queued behind it (" + driverCodeText(write.failure.returnCode) + ")";
+    case WriteEnd::StationOff:
+        return lead + "not written: station " + std::to_string(write.range.station) + " was switched off";
+    case WriteEnd::Replaced: return lead + "replaced in the driver's queue by a newer value before it was sent";
+    case WriteEnd::Abandoned: return lead + "not written: " + write.reason;
+    case WriteEnd::NotQueued: return lead + "not written: the driver did not take it";
+    case WriteEnd::Pending: break;
+    }
+    return lead + "not confirmed yet";
+}
+
+void WriteTracker::add(int sourceId, const DriverRange& range)
 {
     PendingWrite write;
-    write.request = request;
     write.sourceId = sourceId;
-    write.station = station;
-    const int first = driverAddress(request.var);
-    for (int address = first; address < first + driverCount(request.var); ++address)
-        write.unconfirmed.insert(address);
+    write.range = range;
+    write.unconfirmed = addressesOf(range);
     const std::lock_guard<std::mutex> lock(mutex_);
     writes_.push_back(write);
 }
@@ -27,51 +51,70 @@ void WriteTracker::onResult(const RequestResult& result)
     if (result.returnCode == RC_RETRYING)
         return;
     const std::lock_guard<std::mutex> lock(mutex_);
-    resultArrived_.notify_all();
-    const bool ownResult = result.rwType == kWriteResult && result.sourceType == kWriteSourceType;
+    const bool writeResult = result.rwType == kWriteResult;
     for (PendingWrite& write : writes_) {
-        if (ownResult && write.sourceId == result.sourceId)
+        if (writeResult && write.sourceId == result.sourceId)
             settle(&write, result);
         else if (result.failCallback)
             dropWith(&write, result);
     }
 }
 
-void WriteTracker::dropStation(int station, const std::string& reason)
+void WriteTracker::dropStation(int station)
+{
+    const std::lock_guard<std::mutex> lock(mutex_);
+    for (PendingWrite& write : writes_)
+        if (!write.settled() && write.range.station == station)
+            write.end = WriteEnd::StationOff;
+}
+
+void WriteTracker::refused(int sourceId)
+{
+    const std::lock_guard<std::mutex> lock(mutex_);
+    for (PendingWrite& write : writes_)
+        if (write.sourceId == sourceId)
+            write.end = WriteEnd::NotQueued;
+}
+
+void WriteTracker::abandon(int station, const std::string& reason)
 {
     const std::lock_guard<std::mutex> lock(mutex_);
     for (PendingWrite& write : writes_) {
-        if (write.settled() || write.station != station)
+        if (write.settled() || (station >= 0 && write.range.station != station))
             continue;
-        write.failed = true;
+        write.end = WriteEnd::Abandoned;
         write.reason = reason;
     }
-    resultArrived_.notify_all();
 }
 
-bool WriteTracker::waitUntilSettled(std::chrono::milliseconds timeout) const
+std::vector<int> WriteTracker::pendingStations() const
 {
-    const auto allSettled = [this] {
-        for (const PendingWrite& write : writes_)
-            if (!write.settled())
-                return false;
-        return true;
-    };
-    std::unique_lock<std::mutex> lock(mutex_);
-    return resultArrived_.wait_for(lock, timeout, allSettled);
+    const std::lock_guard<std::mutex> lock(mutex_);
+    std::vector<int> stations;
+    for (const PendingWrite& write : writes_)
+        if (!write.settled())
+            stations.push_back(write.range.station);
+    return stations;
 }
 
-bool WriteTracker::waitFor(int sourceId, std::chrono::milliseconds timeout, PendingWrite* out) const
+bool WriteTracker::allSettled() const
 {
-    std::unique_lock<std::mutex> lock(mutex_);
-    const auto settled = [this, sourceId] {
-        const PendingWrite* write = findLocked(sourceId);
-        return !write || write->settled();
-    };
-    const bool done = resultArrived_.wait_for(lock, timeout, settled);
-    if (const PendingWrite* write = findLocked(sourceId))
-        *out = *write;
-    return done;
+    const std::lock_guard<std::mutex> lock(mutex_);
+    for (const PendingWrite& write : writes_)
+        if (!write.settled())
+            return false;
+    return true;
+}
+
+bool WriteTracker::anyPending() const { return !allSettled(); }
+
+PendingWrite WriteTracker::find(int sourceId) const
+{
+    const std::lock_guard<std::mutex> lock(mutex_);
+    for (const PendingWrite& write : writes_)
+        if (write.sourceId == sourceId)
+            return write;
+    return PendingWrite();
 }
 
 void WriteTracker::forget(int sourceId)
@@ -91,26 +134,21 @@ std::vector<PendingWrite> WriteTracker::writes() const
     return writes_;
 }
 
-const PendingWrite* WriteTracker::findLocked(int sourceId) const
-{
-    for (const PendingWrite& write : writes_)
-        if (write.sourceId == sourceId)
-            return &write;
-    return nullptr;
-}
-
 void WriteTracker::settle(PendingWrite* write, const RequestResult& result)
 {
+    if (write->settled())
+        return;
     if (isSuccessCode(result.returnCode)) {
         for (int address = result.address; address < result.address + result.count; ++address)
             write->unconfirmed.erase(address);
-    } else if (!write->failed) {
-        write->failed = true;
-        write->reason = failureText(result.returnCode, result.exceptionCode, result.refusal);
-        write->noReply = isNoReplyCode(result.returnCode) && result.refusal.empty();
+        if (!write->unconfirmed.empty())
+            return;
+        write->end = WriteEnd::Written;
+    } else {
+        write->end = WriteEnd::Failed;
+        write->failure = result.failure;
     }
-    if (write->settled())
-        markReplaced(*write);
+    markReplaced(*write);
 }
 
 // A given-up request makes the driver drop the writes still queued (all of
@@ -118,12 +156,11 @@ void WriteTracker::settle(PendingWrite* write, const RequestResult& result)
 // result of their own.
 void WriteTracker::dropWith(PendingWrite* write, const RequestResult& result) const
 {
-    if (write->settled() || (multiStation_ && write->station != result.station))
+    if (write->settled() || (multiStation_ && write->range.station != result.station))
         return;
-    write->failed = true;
-    write->reason = "dropped by the driver when " +
-                    rangeName(result.area, result.address, result.count, result.station, multiStation_) +
-                    " was given up: " + failureText(result.returnCode, result.exceptionCode, result.refusal);
+    write->end = WriteEnd::Dropped;
+    write->failure = result.failure;
+    write->givenUp = rangeName(result.area, result.address, result.count, result.station, multiStation_);
 }
 
 // The driver keeps one waiting write per target: a newer value takes the
@@ -132,21 +169,15 @@ void WriteTracker::dropWith(PendingWrite* write, const RequestResult& result) co
 // write with no result by the time the newer one ends was never sent.
 void WriteTracker::markReplaced(const PendingWrite& newer)
 {
-    const std::set<int> target = [&newer] {
-        std::set<int> all;
-        const int first = driverAddress(newer.request.var);
-        for (int address = first; address < first + driverCount(newer.request.var); ++address)
-            all.insert(address);
-        return all;
-    }();
+    const std::set<int> target = addressesOf(newer.range);
     for (PendingWrite& older : writes_) {
         if (&older == &newer)
             break;  // writes_ is in the order the writes were queued
-        if (older.settled() || older.station != newer.station ||
-            driverArea(older.request.var.kind) != driverArea(newer.request.var.kind) || older.unconfirmed != target)
+        if (older.settled() || older.range.station != newer.range.station || older.range.area != newer.range.area ||
+            older.unconfirmed != target)
             continue;
+        older.end = WriteEnd::Replaced;
         older.replacedBy = newer.sourceId;
-        older.reason = "replaced in the driver's queue by a newer value before it was sent";
     }
 }
 

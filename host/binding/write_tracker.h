@@ -2,35 +2,45 @@
 #ifndef LOGOHOST_WRITE_TRACKER_H
 #define LOGOHOST_WRITE_TRACKER_H
 
-#include <chrono>
-#include <condition_variable>
 #include <mutex>
 #include <set>
 #include <string>
 #include <vector>
 
 #include "host/binding/comm_loop.h"
-#include "host/notation/value_codec.h"
+#include "host/binding/driver_request.h"
 
 namespace logohost {
 
-// The requester category of the host's writes; it shows in failure codes as
-// base + 1 + this.
-constexpr int kWriteSourceType = 1;
+enum class WriteEnd {
+    Pending,
+    Written,     // good results covered every address
+    Failed,      // its own request was given up
+    Dropped,     // the driver discarded it with another request that was given up
+    StationOff,  // its station was switched off before it was sent
+    Replaced,    // a newer value for the same target took its place before it was sent
+    Abandoned,   // the requester stopped waiting: its controller is not answering
+    NotQueued,   // the driver did not take it
+};
 
 struct PendingWrite {
-    WriteRequest request;
     int sourceId = 0;
-    int station = 0;
+    DriverRange range;
     std::set<int> unconfirmed;  // driver addresses no good result has covered yet
-    bool failed = false;
-    bool noReply = false;  // failed for want of a reply the host did not refuse
-    std::string reason;
-    int replacedBy = 0;  // sourceId of the newer write that took its place in the driver's queue
+    WriteEnd end = WriteEnd::Pending;
+    RequestFailure failure;     // Failed: its own; Dropped: that of the request given up
+    std::string givenUp;        // Dropped: the request given up, in the controller's notation
+    int replacedBy = 0;         // Replaced: sourceId of the newer write
+    std::string reason;         // Abandoned: why, in words
 
-    bool settled() const { return failed || replacedBy != 0 || unconfirmed.empty(); }
-    bool written() const { return !failed && replacedBy == 0 && unconfirmed.empty(); }
+    bool settled() const { return end != WriteEnd::Pending; }
 };
+
+// What became of a write, for the operator: "VW20 = 12.5 written",
+// "Q1 = on not written: the controller did not answer Q2 (connection
+// refused), and Q1 was queued behind it (driver code 41)". `what` names the
+// write ("Q1 = on"; empty: the words alone), `name` its variable.
+std::string writeOutcomeText(const PendingWrite& write, const std::string& what, const std::string& name);
 
 // One write may take several frames (one per coil, or one per block of
 // words), so it is written only when good results have covered all its
@@ -41,26 +51,29 @@ public:
 
     // Before the write is handed to the driver, so that no result can
     // arrive for a write the tracker does not know yet.
-    void add(const WriteRequest& request, int sourceId, int station);
+    void add(int sourceId, const DriverRange& range);
+    // The driver did not take it after all.
+    void refused(int sourceId);
     void onResult(const RequestResult& result);
     // The driver discards queued writes for a station switched off, with
-    // no result: they end here with the reason.
-    void dropStation(int station, const std::string& reason);
+    // no result: they end here.
+    void dropStation(int station);
+    // Ends every write not settled yet (on one station, or on any with
+    // station -1): the requester gives up on a controller not answering.
+    void abandon(int station, const std::string& reason);
+    std::vector<int> pendingStations() const;
 
-    // Wait for the next result, at most the timeout; true once every write
-    // (or the one named) has its outcome.
-    bool waitUntilSettled(std::chrono::milliseconds timeout) const;
-    bool waitFor(int sourceId, std::chrono::milliseconds timeout, PendingWrite* out) const;
+    bool allSettled() const;
+    bool anyPending() const;
+    PendingWrite find(int sourceId) const;  // sourceId 0 if unknown
     void forget(int sourceId);
     std::vector<PendingWrite> writes() const;
 
 private:
     const bool multiStation_;
     mutable std::mutex mutex_;
-    mutable std::condition_variable resultArrived_;
     std::vector<PendingWrite> writes_;
 
-    const PendingWrite* findLocked(int sourceId) const;
     void settle(PendingWrite* write, const RequestResult& result);
     void dropWith(PendingWrite* write, const RequestResult& result) const;
     void markReplaced(const PendingWrite& newer);

@@ -1,67 +1,66 @@
 #include "host/commands/cli_options.h"
 
+#include "common/endpoint.h"
+#include "common/numbers.h"
+
 #include <cctype>
-#include <cerrno>
-#include <cmath>
-#include <cstdlib>
 #include <functional>
 
 namespace logohost {
 namespace {
 
-constexpr int kMaxPort = 65535;
+constexpr int kModbusPort = 502;
 constexpr int kMaxStation = 255;
 constexpr int kMaxBlockWords = 125;  // the most registers one Modbus read may return
 constexpr int kMaxRetries = 100;
 
-bool parseInt(const std::string& text, int min, int max, int* out)
-{
-    if (text.empty())
-        return false;
-    char* end = nullptr;
-    errno = 0;
-    const long value = std::strtol(text.c_str(), &end, 10);
-    if (errno != 0 || *end != '\0' || value < min || value > max)
-        return false;
-    *out = static_cast<int>(value);
-    return true;
-}
+bool parseInt(const std::string& text, int min, int max, int* out) { return common::parseInt(text, min, max, out); }
 
 bool parseSeconds(const std::string& text, double min, double max, double* out)
 {
-    if (text.empty())
+    return common::parseDecimal(text, min, max, out);
+}
+
+bool parseListen(const std::string& text, Options* options, std::string* why)
+{
+    common::Endpoint endpoint;
+    if (!common::parseEndpoint(text, options->listenPort, 0, &endpoint, why))
         return false;
-    char* end = nullptr;
-    const double value = std::strtod(text.c_str(), &end);
-    if (*end != '\0' || !std::isfinite(value) || value < min || value > max)
-        return false;
-    *out = value;
+    options->listenHost = endpoint.host;
+    options->listenPort = endpoint.port;
     return true;
 }
 
-// HOST, HOST:PORT, [V6]:PORT; a bare IPv6 address (several colons) is a host.
-bool parseHostPort(const std::string& text, int minPort, std::string* hostOut, int* portOut)
+// HOST[:PORT] once, or STATION=HOST[:PORT] as often as there are controllers.
+bool parsePlc(const std::string& text, Options* options, std::string* why)
 {
-    std::string host = text;
-    std::string port;
-    if (!text.empty() && text[0] == '[') {
-        const size_t close = text.find(']');
-        if (close == std::string::npos)
+    PlcOption plc;
+    std::string address = text;
+    const size_t equals = text.find('=');
+    if (equals != std::string::npos) {
+        if (!parseInt(text.substr(0, equals), 0, kMaxStation, &plc.station)) {
+            *why = "the station before '=' must be a number from 0 to 255";
             return false;
-        host = text.substr(1, close - 1);
-        if (close + 1 < text.size()) {
-            if (text[close + 1] != ':')
-                return false;
-            port = text.substr(close + 2);
         }
-    } else if (text.find(':') == text.rfind(':') && text.find(':') != std::string::npos) {
-        host = text.substr(0, text.find(':'));
-        port = text.substr(text.find(':') + 1);
+        address = text.substr(equals + 1);
     }
-    if (host.empty())
+    common::Endpoint endpoint;
+    if (!common::parseEndpoint(address, kModbusPort, 1, &endpoint, why))
         return false;
-    *hostOut = host;
-    return port.empty() || parseInt(port, minPort, kMaxPort, portOut);
+    plc.host = endpoint.host;
+    plc.port = endpoint.port;
+    for (const PlcOption& other : options->plcs) {
+        if ((other.station < 0) != (plc.station < 0) || other.station < 0) {
+            *why = "give one HOST[:PORT], or STATION=HOST[:PORT] for each of several controllers";
+            return false;
+        }
+        if (other.station == plc.station) {
+            *why = "station " + std::to_string(plc.station) + " already has a controller";
+            return false;
+        }
+    }
+    options->plcs.push_back(plc);
+    return true;
 }
 
 // A token travels in addresses, cookies and headers: plain characters only.
@@ -80,61 +79,65 @@ bool isTokenText(const std::string& text)
 struct OptionRule {
     const char* name;
     const char* expected;  // empty for a flag
-    std::function<bool(Options*, const std::string&)> apply;
+    // On failure *why may say what exactly was wrong.
+    std::function<bool(Options*, const std::string&, std::string* why)> apply;
 };
 
 const std::vector<OptionRule>& optionRules()
 {
     using S = const std::string&;
+    using W = std::string*;
     static const std::vector<OptionRule> rules = {
-        {"--plc", "HOST or HOST:PORT (port 1-65535)",
-         [](Options* o, S v) { return parseHostPort(v, 1, &o->plcHost, &o->plcPort); }},
+        {"--plc", "HOST[:PORT] (port 1-65535), or STATION=HOST[:PORT] for each of several controllers",
+         [](Options* o, S v, W why) { return parsePlc(v, o, why); }},
         {"--station", "a station number from 0 to 255",
-         [](Options* o, S v) { return parseInt(v, 0, kMaxStation, &o->station); }},
-        {"--stations", "", [](Options* o, S) { return o->multiStation = true; }},
-        {"--remote-mode", "", [](Options* o, S) { return o->remoteMode = true; }},
+         [](Options* o, S v, W) { return parseInt(v, 0, kMaxStation, &o->station); }},
+        {"--stations", "", [](Options* o, S, W) { return o->multiStation = true; }},
+        {"--remote-mode", "", [](Options* o, S, W) { return o->remoteMode = true; }},
         {"--max-block", "a number of words from 1 to 125",
-         [](Options* o, S v) { return parseInt(v, 1, kMaxBlockWords, &o->maxBlock); }},
+         [](Options* o, S v, W) { return parseInt(v, 1, kMaxBlockWords, &o->maxBlock); }},
         {"--retries", "a whole number from 0 to 100",
-         [](Options* o, S v) { return parseInt(v, 0, kMaxRetries, &o->retries); }},
+         [](Options* o, S v, W) { return parseInt(v, 0, kMaxRetries, &o->retries); }},
         {"--timeout", "seconds from 0.01 to 60",
-         [](Options* o, S v) { return parseSeconds(v, 0.01, 60, &o->timeoutSeconds); }},
+         [](Options* o, S v, W) { return parseSeconds(v, 0.01, 60, &o->timeoutSeconds); }},
         {"--interval", "seconds from 0.05 to 3600",
-         [](Options* o, S v) { return parseSeconds(v, 0.05, 3600, &o->intervalSeconds); }},
+         [](Options* o, S v, W) { return parseSeconds(v, 0.05, 3600, &o->intervalSeconds); }},
         {"--duration", "seconds from 0.1 to 31536000",
-         [](Options* o, S v) { return parseSeconds(v, 0.1, 31536000, &o->durationSeconds); }},
+         [](Options* o, S v, W) { return parseSeconds(v, 0.1, 31536000, &o->durationSeconds); }},
         {"--demote-after", "a number of given-up requests from 1 to 1000",
-         [](Options* o, S v) { return parseInt(v, 1, 1000, &o->demoteAfter); }},
+         [](Options* o, S v, W) { return parseInt(v, 1, 1000, &o->demoteAfter); }},
         {"--demote-for", "seconds from 0.1 to 86400",
-         [](Options* o, S v) { return parseSeconds(v, 0.1, 86400, &o->demoteForSeconds); }},
-        {"--trace", "", [](Options* o, S) { return o->trace = true; }},
+         [](Options* o, S v, W) { return parseSeconds(v, 0.1, 86400, &o->demoteForSeconds); }},
+        {"--trace", "", [](Options* o, S, W) { return o->trace = true; }},
         {"--format", "table, csv or jsonl",
-         [](Options* o, S v) {
+         [](Options* o, S v, W) {
              o->format = v == "csv" ? Format::Csv : v == "jsonl" ? Format::Jsonl : Format::Table;
              return v == "table" || v == "csv" || v == "jsonl";
          }},
         {"--driver", "the path of liblogo_modbus_tcp.so",
-         [](Options* o, S v) {
+         [](Options* o, S v, W) {
              o->driverPath = v;
              return !v.empty();
          }},
         {"--screens", "the path of a screens file (JSON)",
-         [](Options* o, S v) {
+         [](Options* o, S v, W) {
              o->screensPath = v;
              return !v.empty();
          }},
         {"--listen", "HOST or HOST:PORT (port 0-65535, 0: any free port)",
-         [](Options* o, S v) { return parseHostPort(v, 0, &o->listenHost, &o->listenPort); }},
+         [](Options* o, S v, W why) { return parseListen(v, o, why); }},
         {"--token", "8 to 128 letters, digits, '-' or '_'",
-         [](Options* o, S v) {
+         [](Options* o, S v, W) {
              o->token = v;
              return isTokenText(v);
          }},
-        {"--read-only", "", [](Options* o, S) { return o->readOnly = true; }},
+        {"--read-only", "", [](Options* o, S, W) { return o->readOnly = true; }},
+        {"--max-viewers", "a number of open screens from 1 to 1000",
+         [](Options* o, S v, W) { return parseInt(v, 1, 1000, &o->maxViewers); }},
         {"--scan-period", "seconds from 0 to 60",
-         [](Options* o, S v) { return parseSeconds(v, 0, 60, &o->scanPeriodSeconds); }},
-        {"--help", "", [](Options* o, S) { return o->help = true; }},
-        {"-h", "", [](Options* o, S) { return o->help = true; }},
+         [](Options* o, S v, W) { return o->scanPeriodGiven = parseSeconds(v, 0, 60, &o->scanPeriodSeconds); }},
+        {"--help", "", [](Options* o, S, W) { return o->help = true; }},
+        {"-h", "", [](Options* o, S, W) { return o->help = true; }},
     };
     return rules;
 }
@@ -180,8 +183,10 @@ bool applyOption(int argc, char** argv, int* i, Options* options, std::string* e
         }
         value = argv[++*i];
     }
-    if (!rule->apply(options, value)) {
-        *error = "bad value \"" + value + "\" for " + name + ": expected " + rule->expected;
+    std::string why;
+    if (!rule->apply(options, value, &why)) {
+        *error = "bad value \"" + value + "\" for " + name + ": " + (why.empty() ? "" : why + "; ") + "expected " +
+                 rule->expected;
         return false;
     }
     return true;
@@ -194,9 +199,13 @@ bool checkArguments(const Options& options, std::string* error)
         return false;
     }
     const bool panelOptions = !options.screensPath.empty() || !options.listenHost.empty() || !options.token.empty() ||
-                              options.readOnly;
+                              options.readOnly || options.maxViewers != Options().maxViewers;
     if (options.command != "panel" && panelOptions) {
-        *error = "--screens, --listen, --token and --read-only are options of the panel command";
+        *error = "--screens, --listen, --token, --read-only and --max-viewers are options of the panel command";
+        return false;
+    }
+    if (options.scanPeriodGiven && options.command != "watch" && options.command != "panel") {
+        *error = "--scan-period is an option of watch and panel, which scan until stopped";
         return false;
     }
     if (options.command == "panel") {
@@ -237,6 +246,9 @@ ParseStatus parseOptions(int argc, char** argv, Options* out, std::string* error
             options.args.push_back(word);
         }
     }
+    // Several controllers at their own addresses are several stations.
+    if (!options.plcs.empty() && options.plcs.front().station >= 0)
+        options.multiStation = true;
     if (!options.help && !checkArguments(options, error))
         return kParseError;
     *out = options;
@@ -268,7 +280,7 @@ Values: bits 0/1, on/off, true/false; words -32768..65535 or 0xFFFF; VD 32-bit.
   Several elements: VW0:3=1,2,3
 
 Options:
-  --plc HOST[:PORT]     the controller (port 502 by default)
+  --plc HOST[:PORT]     the controller (port 502 by default; IPv6 as [ADDR]:PORT)
   --station N           Modbus unit identifier (default 1)
   --stations            several stations: variables carry @STATION
   --demote-after N      with --stations, switch a station off after N given-up
@@ -279,6 +291,10 @@ Options:
   --retries N           failed replies before a request is given up (default 2)
   --timeout SECONDS     reply time-out (default 1)
   --interval SECONDS    watch: display refresh / scan line period (default 1)
+  --scan-period SECONDS watch, panel: one pass over the scanned variables per
+                        period at most (default 0.5, a few frames a second,
+                        which a LOGO! serves beside its other clients with
+                        ease; 0: as fast as the link goes, for measurements)
   --duration SECONDS    watch, panel: stop after this long (default: until Ctrl-C)
   --format FORMAT       table (default), csv or jsonl
   --trace               every frame in hex on standard error
@@ -293,8 +309,9 @@ Panel options:
   --token TOKEN         the token changes need (default: none on loopback,
                         else generated and printed in the address)
   --read-only           no writes and no station switching, and no controls
-  --scan-period SECONDS one pass over the scanned variables per period at most
-                        (default 0.2; 0: as fast as the link goes)
+  --max-viewers N       screens open in browsers at once (default 150): each
+                        open screen holds one of the server's threads; a page
+                        past the limit says so and tries again every 5 s
   The panel scans only the screens some browser shows (or a script polled in
   the last 10 s), plus the trended variables, always.
 

@@ -9,11 +9,18 @@ namespace logohost {
 
 enum class Format { Table, Csv, Jsonl };
 
+// One --plc: HOST[:PORT], or STATION=HOST[:PORT] for one controller of
+// several, each at its own address.
+struct PlcOption {
+    int station = -1;  // -1: every station goes to this address
+    std::string host;
+    int port = 502;
+};
+
 struct Options {
     std::string command;            // watch, read, write, panel or sim
     std::vector<std::string> args;  // variables, VAR=VALUE pairs, or the simulator's own arguments
-    std::string plcHost;            // empty: the built-in simulator
-    int plcPort = 502;
+    std::vector<PlcOption> plcs;    // empty: the built-in simulator
     int station = 1;
     bool multiStation = false;
     bool remoteMode = false;
@@ -21,6 +28,11 @@ struct Options {
     int retries = 2;
     double timeoutSeconds = 1.0;
     double intervalSeconds = 1.0;
+    // One pass over the scanned variables per period at most: a few frames
+    // a second are nothing to a LOGO! beside its other clients, and a screen
+    // shows a change within half a second.
+    double scanPeriodSeconds = 0.5;
+    bool scanPeriodGiven = false;
     double durationSeconds = 0;  // 0: until interrupted
     int demoteAfter = 3;
     double demoteForSeconds = 10;
@@ -33,7 +45,7 @@ struct Options {
     int listenPort = 8502;
     std::string token;        // empty: generated when listening off loopback
     bool readOnly = false;
-    double scanPeriodSeconds = 0.2;
+    int maxViewers = 150;     // event streams open at once: each holds a server thread
     bool help = false;
 };
 

@@ -1,22 +1,17 @@
 #include "host/commands/commands.h"
 
-#include <algorithm>
 #include <cstdio>
 
 #include "host/notation/value_codec.h"
 
 namespace logohost {
-namespace {
-
-constexpr std::chrono::milliseconds kDeadlineSlack{5000};
-constexpr std::chrono::milliseconds kWorstBackoff{2000};  // the link's longest pause between connection attempts
 
 std::chrono::milliseconds milliseconds(double seconds)
 {
     return std::chrono::milliseconds(static_cast<long long>(seconds * 1000));
 }
 
-}  // namespace
+void complain(const std::string& message) { std::fprintf(stderr, "logohost: %s\n", message.c_str()); }
 
 bool parseVariables(const Options& options, std::vector<Variable>* out, std::string* error)
 {
@@ -29,15 +24,6 @@ bool parseVariables(const Options& options, std::vector<Variable>* out, std::str
     }
     *out = variables;
     return true;
-}
-
-bool parseVariablesOrReport(const Options& options, std::vector<Variable>* out)
-{
-    std::string error;
-    if (parseVariables(options, out, &error))
-        return true;
-    std::fprintf(stderr, "logohost: %s\n", error.c_str());
-    return false;
 }
 
 bool checkCommandArguments(const Options& options, std::string* error)
@@ -56,6 +42,22 @@ bool checkCommandArguments(const Options& options, std::string* error)
     return true;
 }
 
+SessionSettings sessionSettings(const Options& options, const ComInfo& info, bool paced)
+{
+    SessionSettings settings;
+    settings.multiStation = options.multiStation;
+    settings.defaultStation = options.station;
+    settings.localLinkId = info.localLinkId;
+    settings.remoteMode = options.remoteMode;
+    settings.retries = options.retries;
+    settings.replyTimeout = milliseconds(options.timeoutSeconds);
+    settings.scanPeriod = paced ? milliseconds(options.scanPeriodSeconds) : std::chrono::milliseconds(0);
+    settings.demote = options.multiStation;
+    settings.demoteAfter = options.demoteAfter;
+    settings.demoteFor = milliseconds(options.demoteForSeconds);
+    return settings;
+}
+
 #if !LOGOHOST_WITH_PANEL
 // A cross build leaves the panel out by default (LOGO_BUILD_PANEL).
 bool checkPanelArguments(const Options&, std::string* error)
@@ -66,60 +68,5 @@ bool checkPanelArguments(const Options&, std::string* error)
 
 int runPanel(CommandContext&) { return kExitUsage; }
 #endif
-
-Communication::Communication(CommandContext& context, CommLoop::ResultSink sink, StationReport onStation)
-    : lastRateAt_(std::chrono::steady_clock::now())
-{
-    const Options& options = context.options;
-    if (options.multiStation)
-        demotion_.reset(new StationDemotion(context.api, options.demoteAfter, milliseconds(options.demoteForSeconds),
-                                            std::move(onStation)));
-    StationDemotion* demotion = demotion_.get();
-    CommLoop::ResultSink chained = [demotion, sink](const RequestResult& result) {
-        sink(result);
-        if (demotion)
-            demotion->onResult(result);
-    };
-    CommLoop::Tick tick = [demotion]() {
-        if (demotion)
-            demotion->tick();
-    };
-    loop_.reset(new CommLoop(context.api, context.info, context.link, context.trace, chained, tick));
-}
-
-Communication::~Communication() { stop(); }
-
-void Communication::start() { loop_->start(); }
-
-void Communication::stop() { loop_->stop(); }
-
-CounterView Communication::counters() const
-{
-    const LinkCounters& c = loop_->counters();
-    CounterView view;
-    view.frames = c.frames.load();
-    view.replies = c.replies.load();
-    view.refused = c.refused.load();
-    view.failures = c.failures.load();
-    view.connections = c.connections.load();
-    return view;
-}
-
-double Communication::frameRate()
-{
-    const auto now = std::chrono::steady_clock::now();
-    const uint64_t frames = loop_->counters().frames.load();
-    const double seconds = std::chrono::duration<double>(now - lastRateAt_).count();
-    const double rate = seconds > 0 ? static_cast<double>(frames - lastFrames_) / seconds : 0;
-    lastFrames_ = frames;
-    lastRateAt_ = now;
-    return rate;
-}
-
-std::chrono::milliseconds resultDeadline(const Options& options, int frames)
-{
-    const auto perFrame = (milliseconds(options.timeoutSeconds) + kWorstBackoff) * (options.retries + 1);
-    return kDeadlineSlack + perFrame * std::max(frames, 1);
-}
 
 }  // namespace logohost

@@ -2,8 +2,9 @@
 
 #include <algorithm>
 #include <cstdio>
+#include <ctime>
 
-#include "host/link/trace.h"
+#include "host/notation/time_text.h"
 
 namespace logohost {
 namespace {
@@ -12,38 +13,49 @@ constexpr size_t kMinNameWidth = 8;
 constexpr size_t kMinValueWidth = 6;
 constexpr size_t kChangedWidth = 12;  // "14:03:07.123"
 
-bool isOk(const ElementStatus& element) { return element.state == ElementState::Ok && element.hasValue; }
+bool isOk(const ElementStatus& element) { return element.quality == Quality::Ok; }
 
 std::string padded(const std::string& text, size_t width)
 {
     return text.size() >= width ? text : text + std::string(width - text.size(), ' ');
 }
 
-size_t nameWidth(const std::vector<ElementStatus>& elements)
+template <typename Named>
+size_t nameWidth(const std::vector<Named>& rows)
 {
     size_t width = kMinNameWidth;
-    for (const ElementStatus& element : elements)
-        width = std::max(width, element.name.size());
+    for (const Named& row : rows)
+        width = std::max(width, row.name.size());
     return width;
 }
 
-std::string countersText(const CounterView& counters)
+std::string rateText(double perSecond)
 {
     char rate[32];
-    std::snprintf(rate, sizeof rate, "%.1f", counters.framesPerSecond);
-    return "frames " + std::to_string(counters.frames) + ", replies " + std::to_string(counters.replies) +
-           ", refused " + std::to_string(counters.refused) + ", failures " + std::to_string(counters.failures) + ", connections " +
-           std::to_string(counters.connections) + ", " + rate + " frames/s";
+    std::snprintf(rate, sizeof rate, "%.1f", perSecond);
+    return rate;
 }
 
-std::string jsonCounters(const CounterView& counters)
+std::string linkText(const ControllerFigures& link)
 {
-    char rate[32];
-    std::snprintf(rate, sizeof rate, "%.1f", counters.framesPerSecond);
-    return "\"frames\":" + std::to_string(counters.frames) + ",\"replies\":" + std::to_string(counters.replies) +
-           ",\"refused\":" + std::to_string(counters.refused) + ",\"failures\":" + std::to_string(counters.failures) + ",\"connections\":" +
-           std::to_string(counters.connections) + ",\"frames_per_s\":" + rate;
+    return "link " + healthWords(link.health) + " | frames " + std::to_string(link.frames) + ", replies " + std::to_string(link.replies) + ", refused " +
+           std::to_string(link.refused) + ", failures " + std::to_string(link.failures) + ", connections " +
+           std::to_string(link.connections) + ", " + rateText(link.framesPerSecond) + " frames/s";
 }
+
+std::string jsonLink(const ControllerFigures& link)
+{
+    return "\"link\":" + jsonString(healthWords(link.health)) + ",\"frames\":" + std::to_string(link.frames) + ",\"replies\":" + std::to_string(link.replies) +
+           ",\"refused\":" + std::to_string(link.refused) + ",\"failures\":" + std::to_string(link.failures) +
+           ",\"connections\":" + std::to_string(link.connections) + ",\"frames_per_s\":" + rateText(link.framesPerSecond);
+}
+
+std::string csvLink(const ControllerFigures& link)
+{
+    return csvField(healthWords(link.health)) + "," + std::to_string(link.frames) + "," + std::to_string(link.replies) + "," + std::to_string(link.refused) + "," +
+           std::to_string(link.failures) + "," + std::to_string(link.connections) + "," + rateText(link.framesPerSecond);
+}
+
 
 }  // namespace
 
@@ -75,25 +87,51 @@ std::string jsonString(const std::string& text)
     return quoted + "\"";
 }
 
-std::string readResults(const std::vector<ElementStatus>& elements, Format format)
+std::vector<Reading> readingsOf(const std::vector<ElementStatus>& elements, const std::string& unread)
 {
-    std::string out;
-    const size_t width = nameWidth(elements);
-    if (std::none_of(elements.begin(), elements.end(), isOk))
-        return out;
-    if (format == Format::Table)
-        out += padded("VARIABLE", width) + "  VALUE\n";
-    else if (format == Format::Csv)
-        out += "variable,value\n";
+    std::vector<Reading> readings;
     for (const ElementStatus& element : elements) {
-        if (!isOk(element))
-            continue;
-        if (format == Format::Table)
-            out += padded(element.name, width) + "  " + element.value + "\n";
-        else if (format == Format::Csv)
-            out += csvField(element.name) + "," + element.value + "\n";
+        Reading reading;
+        reading.name = element.name;
+        reading.variable = element.variable;
+        reading.read = element.hasValue;
+        const bool ownFailure = element.failuresInRow > 0 && element.quality != Quality::StationOff;
+        if (reading.read)
+            reading.value = std::to_string(element.value);
+        else if (ownFailure)
+            reading.error = failureText(element.failure);  // a one-off read: the driver's code too, last
+        else if (element.quality == Quality::NeverRead)
+            reading.error = unread;
         else
-            out += "{\"variable\":" + jsonString(element.name) + ",\"value\":" + element.value + "}\n";
+            reading.error = qualityWords(element);
+        readings.push_back(reading);
+    }
+    return readings;
+}
+
+std::string readResults(const std::vector<Reading>& readings, Format format)
+{
+    const bool anyRead = std::any_of(readings.begin(), readings.end(), [](const Reading& r) { return r.read; });
+    std::string out;
+    if (format == Format::Table) {
+        if (!anyRead)
+            return out;
+        const size_t width = nameWidth(readings);
+        out += padded("VARIABLE", width) + "  VALUE\n";
+        for (const Reading& reading : readings)
+            if (reading.read)
+                out += padded(reading.name, width) + "  " + reading.value + "\n";
+        return out;
+    }
+    if (format == Format::Csv)
+        out += "variable,value,error\n";
+    for (const Reading& reading : readings) {
+        if (format == Format::Csv)
+            out += csvField(reading.name) + "," + reading.value + "," + csvField(reading.error) + "\n";
+        else if (reading.read)
+            out += "{\"variable\":" + jsonString(reading.name) + ",\"value\":" + reading.value + "}\n";
+        else
+            out += "{\"variable\":" + jsonString(reading.name) + ",\"error\":" + jsonString(reading.error) + "}\n";
     }
     return out;
 }
@@ -105,53 +143,52 @@ std::string scanHeader(const std::vector<ElementStatus>& elements, Format format
     std::string header = "time";
     for (const ElementStatus& element : elements)
         header += "," + csvField(element.name);
-    return header + ",frames,replies,refused,failures,connections,frames_per_s\n";
+    return header + ",link,frames,replies,refused,failures,connections,frames_per_s\n";
 }
 
-std::string scanLine(const std::vector<ElementStatus>& elements, const CounterView& counters, Format format)
+std::string scanLine(const std::vector<ElementStatus>& elements, const ControllerFigures& link, Format format)
 {
     const std::string now = clockText(false);
     if (format == Format::Csv) {
-        char rate[32];
-        std::snprintf(rate, sizeof rate, "%.1f", counters.framesPerSecond);
         std::string line = now;
         for (const ElementStatus& element : elements)
-            line += "," + csvField(isOk(element) ? element.value : stateText(element));
-        return line + "," + std::to_string(counters.frames) + "," + std::to_string(counters.replies) + "," +
-               std::to_string(counters.refused) + "," + std::to_string(counters.failures) + "," + std::to_string(counters.connections) + "," + rate + "\n";
+            line += "," + csvField(isOk(element) ? std::to_string(element.value) : qualityWords(element));
+        return line + "," + csvLink(link) + "\n";
     }
     if (format == Format::Jsonl) {
         std::string values;
         std::string states;
         for (const ElementStatus& element : elements) {
             if (isOk(element))
-                values += (values.empty() ? "" : ",") + jsonString(element.name) + ":" + element.value;
+                values += (values.empty() ? "" : ",") + jsonString(element.name) + ":" + std::to_string(element.value);
             else
-                states += (states.empty() ? "" : ",") + jsonString(element.name) + ":" + jsonString(stateText(element));
+                states += (states.empty() ? "" : ",") + jsonString(element.name) + ":" + jsonString(qualityWords(element));
         }
         return "{\"time\":" + jsonString(now) + ",\"values\":{" + values + "},\"states\":{" + states + "}," +
-               jsonCounters(counters) + "}\n";
+               jsonLink(link) + "}\n";
     }
     std::string line = now;
     for (const ElementStatus& element : elements)
-        line += " " + element.name + "=" + (isOk(element) ? element.value : "? (" + stateText(element) + ")");
-    return line + " | " + countersText(counters) + "\n";
+        line += " " + element.name + "=" +
+                (isOk(element) ? std::to_string(element.value) : "? (" + qualityWords(element) + ")");
+    return line + " | " + linkText(link) + "\n";
 }
 
-std::vector<std::string> liveTable(const std::vector<ElementStatus>& elements, const CounterView& counters,
+std::vector<std::string> liveTable(const std::vector<ElementStatus>& elements, const ControllerFigures& link,
                                    const std::string& title)
 {
     const size_t width = nameWidth(elements);
     size_t valueWidth = kMinValueWidth;
     for (const ElementStatus& element : elements)
-        valueWidth = std::max(valueWidth, element.value.size());
+        valueWidth = std::max(valueWidth, std::to_string(element.value).size());
     std::vector<std::string> lines{title, padded("VARIABLE", width) + "  " + padded("VALUE", valueWidth) + "  " +
                                               padded("CHANGED", kChangedWidth) + "  STATE"};
     for (const ElementStatus& element : elements)
-        lines.push_back(padded(element.name, width) + "  " + padded(element.hasValue ? element.value : "-", valueWidth) +
-                        "  " + padded(element.hasValue ? element.changedAt : "-", kChangedWidth) + "  " +
-                        stateText(element));
-    lines.push_back(countersText(counters) + "   (Ctrl-C to stop)");
+        lines.push_back(padded(element.name, width) + "  " +
+                        padded(element.hasValue ? std::to_string(element.value) : "-", valueWidth) + "  " +
+                        padded(element.hasValue ? clockTextOf(element.changedAtMs) : "-", kChangedWidth) + "  " +
+                        qualityWords(element));
+    lines.push_back(linkText(link) + "   (Ctrl-C to stop)");
     return lines;
 }
 

@@ -1,90 +1,49 @@
-// `read`: one full scan of the variables, then print them.
+// `read`: one full scan of the variables, then print them. It exits 0 only
+// when every element was read in this run, and says of every other one why.
+#include <algorithm>
 #include <cstdio>
 
 #include "host/commands/commands.h"
 #include "host/commands/interrupt.h"
-#include "host/notation/reply_words.h"
-#include "host/binding/scan_state.h"
+#include "host/commands/output_format.h"
 
 namespace logohost {
 namespace {
 
 // A variable whose request is given up this many times in a row fails the
-// read: one give-up may be a passing fault, two in a row are not.
+// read: one give-up for want of a reply may be a passing fault, two in a
+// row are not. An exception is the controller's own answer: once is enough.
 constexpr int kGiveUpsPerVariable = 2;
-constexpr std::chrono::milliseconds kPoll{10};
+constexpr std::chrono::milliseconds kPoll{20};
 
-enum class ReadOutcome { Done, Failed, TimedOut, Interrupted };
+enum class ReadEnd { Settled, TimedOut, Interrupted };
 
-bool allRead(const std::vector<ElementStatus>& elements)
+// Read in this run, or failed for good. A station that cannot be reached
+// ends its elements at once: each would only wait for the same time-outs
+// in turn.
+bool settled(const ElementStatus& element)
 {
-    for (const ElementStatus& element : elements)
-        if (element.state != ElementState::Ok)
-            return false;
-    return true;
+    const bool answered = element.quality == Quality::Failed && element.failuresInRow > 0;
+    return element.hasValue || element.quality == Quality::StationOff || answered || element.unreachable ||
+           element.failuresInRow >= kGiveUpsPerVariable;
 }
 
-bool anyGivenUp(const std::vector<ElementStatus>& elements)
+// A good reply for every element is what a one-time read needs. The
+// driver's completed pass is not enough on its own (a variable given up
+// earlier may not have been answered since), nor needed: the driver restarts
+// its pass at every failed reply, even one its retry repairs, so on a link
+// that fails now and then it may never report one.
+ReadEnd waitForScan(const Session& session, std::chrono::steady_clock::time_point deadline)
 {
-    for (const ElementStatus& element : elements)
-        if (element.state == ElementState::StationOff ||
-            (element.state == ElementState::Failed && element.failuresInRow >= kGiveUpsPerVariable))
-            return true;
-    return false;
-}
-
-ReadOutcome waitForScan(const ScanState& state, std::chrono::milliseconds limit)
-{
-    const auto deadline = std::chrono::steady_clock::now() + limit;
     for (;;) {
-        // A good reply for every variable is what a one-time read needs. The
-        // driver's completed pass is not enough on its own (a variable given
-        // up earlier may not have been answered since), nor needed: the
-        // driver restarts its pass at every failed reply, even one its retry
-        // repairs, so on a link that fails now and then it may never report one.
-        const std::vector<ElementStatus> elements = state.snapshot();
-        if (allRead(elements))
-            return ReadOutcome::Done;
-        if (anyGivenUp(elements))
-            return ReadOutcome::Failed;
+        const std::vector<ElementStatus> elements = session.elements();
+        if (std::all_of(elements.begin(), elements.end(), settled))
+            return ReadEnd::Settled;
         if (std::chrono::steady_clock::now() >= deadline)
-            return ReadOutcome::TimedOut;
+            return ReadEnd::TimedOut;
         if (interrupted())
-            return ReadOutcome::Interrupted;
-        state.waitForResult(kPoll);
-    }
-}
-
-std::string whyUnread(const ElementStatus& element, std::chrono::milliseconds limit, const TcpLink& link)
-{
-    switch (element.state) {
-    case ElementState::Failed:
-        if (!element.refusal.empty())
-            return failureText(element.returnCode, element.exceptionCode, element.refusal);
-        if (isNoReplyCode(element.returnCode) && !link.lastProblem().empty())
-            return failureText(element.returnCode, 0) + "; " + link.lastProblem();
-        return failureText(element.returnCode, element.exceptionCode);
-    case ElementState::StationOff: return "its station was switched off after repeated failures";
-    default: return "not read within " + secondsText(static_cast<double>(limit.count()) / 1000);
-    }
-}
-
-// One message per variable, for its first element that was not read.
-void reportUnread(const std::vector<Variable>& variables, const std::vector<ElementStatus>& elements,
-                  std::chrono::milliseconds limit, const TcpLink& link)
-{
-    if (allRead(elements)) {
-        std::fprintf(stderr, "logohost: the driver reported no complete scan within %s\n",
-                     secondsText(static_cast<double>(limit.count()) / 1000).c_str());
-        return;
-    }
-    std::vector<bool> reported(variables.size(), false);
-    for (const ElementStatus& element : elements) {
-        if (element.state == ElementState::Ok || reported[element.variable])
-            continue;
-        reported[element.variable] = true;
-        std::fprintf(stderr, "logohost: %s: %s\n", variables[element.variable].text.c_str(),
-                     whyUnread(element, limit, link).c_str());
+            return ReadEnd::Interrupted;
+        session.waitForChange(session.version(), kPoll);
     }
 }
 
@@ -96,37 +55,60 @@ int framesPerScan(const std::vector<Variable>& variables, int maxBlock)
     return frames;
 }
 
+// Why an element that no request of its own failed was not read.
+std::string endText(ReadEnd end, std::chrono::milliseconds limit)
+{
+    switch (end) {
+    case ReadEnd::TimedOut: return "not read within " + secondsText(limit);
+    case ReadEnd::Interrupted: return "interrupted before it was read";
+    default: return "not read";
+    }
+}
+
+// One message per variable, for its first element that was not read.
+void reportUnread(const std::vector<Variable>& variables, const std::vector<Reading>& readings)
+{
+    std::vector<bool> reported(variables.size(), false);
+    for (const Reading& reading : readings) {
+        if (reading.read || reported[reading.variable])
+            continue;
+        reported[reading.variable] = true;
+        complain(variables[reading.variable].text + ": " + reading.error);
+    }
+}
+
 }  // namespace
 
 int runRead(CommandContext& context)
 {
     const Options& options = context.options;
     std::vector<Variable> variables;
-    if (!parseVariablesOrReport(options, &variables))
+    std::string error;
+    if (!parseVariables(options, &variables, &error)) {
+        complain(error);
         return kExitUsage;
-    ScanState state(context.api, variables, options.multiStation, options.station);
-    Communication communication(
-        context, [&state](const RequestResult& result) { state.onResult(result); },
-        [&state](int station, bool off, const std::string& message) {
-            state.onStation(station, off);
-            std::fprintf(stderr, "logohost: %s\n", message.c_str());
-        });
-    QList<HOSTVAR> list = hostVariables(variables, options.station);
-    context.api.rebuildReadList(&list);
-    communication.start();
-    const auto limit = resultDeadline(options, kGiveUpsPerVariable * framesPerScan(variables, options.maxBlock));
-    const ReadOutcome outcome = waitForScan(state, limit);
-    communication.stop();
+    }
+    Session session(context.api, context.info, context.links, context.trace,
+                    sessionSettings(options, context.info, false), variables);
+    session.addStationObserver([](int, bool, const std::string& note) { complain(note); });
+    std::vector<size_t> all;
+    for (size_t v = 0; v < variables.size(); ++v)
+        all.push_back(v);
+    session.scan(all);
+    session.start();
+    const auto limit = session.requestDeadline(kGiveUpsPerVariable * framesPerScan(variables, options.maxBlock));
+    const ReadEnd end = waitForScan(session, std::chrono::steady_clock::now() + limit);
+    session.stop();
 
-    const std::vector<ElementStatus> elements = state.snapshot();
-    std::fputs(readResults(elements, options.format).c_str(), stdout);
-    if (outcome == ReadOutcome::Done)
-        return kExitOk;
-    if (outcome == ReadOutcome::Interrupted)
-        std::fprintf(stderr, "logohost: interrupted before the scan completed\n");
-    else
-        reportUnread(variables, elements, limit, context.link);
-    return kExitFailed;
+    const std::vector<Reading> readings = readingsOf(session.elements(), endText(end, limit));
+    std::fputs(readResults(readings, options.format).c_str(), stdout);
+    reportUnread(variables, readings);
+    // Decided on what was printed, not on what the wait saw: the scan went
+    // on until it stopped.
+    for (const Reading& reading : readings)
+        if (!reading.read)
+            return kExitFailed;
+    return kExitOk;
 }
 
 }  // namespace logohost

@@ -8,7 +8,7 @@
 
 #include "host/commands/commands.h"
 #include "host/commands/interrupt.h"
-#include "host/binding/scan_state.h"
+#include "host/commands/output_format.h"
 
 namespace logohost {
 namespace {
@@ -71,36 +71,32 @@ private:
     size_t drawn_ = 0;
 };
 
-std::chrono::milliseconds milliseconds(double seconds)
-{
-    return std::chrono::milliseconds(static_cast<long long>(seconds * 1000));
-}
-
 }  // namespace
 
 int runWatch(CommandContext& context)
 {
     const Options& options = context.options;
     std::vector<Variable> variables;
-    if (!parseVariablesOrReport(options, &variables))
+    std::string error;
+    if (!parseVariables(options, &variables, &error)) {
+        complain(error);
         return kExitUsage;
+    }
     const bool terminal = isatty(STDOUT_FILENO) == 1;
     EventLog events(terminal);
-    ScanState state(context.api, variables, options.multiStation, options.station);
-    Communication communication(
-        context, [&state](const RequestResult& result) { state.onResult(result); },
-        [&state, &events](int station, bool off, const std::string& message) {
-            state.onStation(station, off);
-            events.add(message);
-        });
-    QList<HOSTVAR> list = hostVariables(variables, options.station);
-    context.api.rebuildReadList(&list);
-    communication.start();
+    Session session(context.api, context.info, context.links, context.trace,
+                    sessionSettings(options, context.info, true), variables);
+    session.addStationObserver([&events](int, bool, const std::string& note) { events.add(note); });
+    std::vector<size_t> all;
+    for (size_t v = 0; v < variables.size(); ++v)
+        all.push_back(v);
+    session.scan(all);
+    session.start();
 
-    const std::string title = "logohost watch, controller " + context.peer;
+    const std::string title = "logohost watch, controller " + context.links.describe();
     std::unique_ptr<LiveScreen> screen(terminal ? new LiveScreen : nullptr);
     if (!terminal) {
-        std::fputs(scanHeader(state.snapshot(), options.format).c_str(), stdout);
+        std::fputs(scanHeader(session.elements(), options.format).c_str(), stdout);
         std::fflush(stdout);
     }
     const bool forever = options.durationSeconds <= 0;
@@ -111,22 +107,21 @@ int runWatch(CommandContext& context)
         const bool last = !forever && left <= interval;
         const bool uninterrupted =
             sleepUnlessInterrupted(last ? std::chrono::ceil<std::chrono::milliseconds>(left) : interval);
-        CounterView counters = communication.counters();
-        counters.framesPerSecond = communication.frameRate();
-        const std::vector<ElementStatus> elements = state.snapshot();
+        const ControllerFigures link = session.figures().total();
+        const std::vector<ElementStatus> elements = session.elements();
         if (screen) {
-            std::vector<std::string> lines = liveTable(elements, counters, title);
+            std::vector<std::string> lines = liveTable(elements, link, title);
             for (const std::string& event : events.recent())
                 lines.push_back(event);
             screen->draw(lines);
         } else {
-            std::fputs(scanLine(elements, counters, options.format).c_str(), stdout);
+            std::fputs(scanLine(elements, link, options.format).c_str(), stdout);
             std::fflush(stdout);
         }
         if (last || !uninterrupted)
             break;
     }
-    communication.stop();
+    session.stop();
     return kExitOk;
 }
 

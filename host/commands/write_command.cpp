@@ -1,22 +1,24 @@
-// `write`: queue each value with the driver and wait for its own result.
+// `write`: queue each value with the driver and wait for its own result. It
+// exits 0 only when the controller confirmed every write.
 #include <cstdio>
 
-#include "host/binding/write_tracker.h"
 #include "host/commands/commands.h"
 #include "host/commands/interrupt.h"
-#include "host/notation/reply_words.h"
+#include "host/commands/output_format.h"
 #include "host/notation/value_codec.h"
 
 namespace logohost {
 namespace {
 
-constexpr std::chrono::milliseconds kPoll{10};
+constexpr std::chrono::milliseconds kPoll{20};
 
+// The values as the user typed them: "65535" stays 65535, whatever the
+// controller's display later makes of the bits.
 std::string valuesText(const WriteRequest& request)
 {
     std::string text;
-    for (const uint32_t value : request.values)
-        text += (text.empty() ? "" : ",") + formatValue(value, valueTypeOf(request.var.kind));
+    for (const std::string& value : request.texts)
+        text += (text.empty() ? "" : ",") + value;
     return text;
 }
 
@@ -26,34 +28,58 @@ int framesOf(const WriteRequest& request, int maxBlock)
     return isBitKind(request.var.kind) ? count : (count + maxBlock - 1) / maxBlock;
 }
 
-std::string failureReason(const PendingWrite& write, bool interrupted, const TcpLink& link)
+// A write another took the place of counts as written when that one was.
+bool confirmed(const PendingWrite& write, const std::vector<PendingWrite>& all)
 {
-    if (!write.failed)
-        return interrupted ? "interrupted before the driver reported the result" : "no result from the driver in time";
-    if (write.noReply && !link.lastProblem().empty())
-        return write.reason + "; " + link.lastProblem();
-    return write.reason;
+    if (write.end == WriteEnd::Written)
+        return true;
+    if (write.end != WriteEnd::Replaced)
+        return false;
+    for (const PendingWrite& other : all)
+        if (other.sourceId == write.replacedBy)
+            return confirmed(other, all);
+    return false;
 }
 
-// Prints every write with its outcome; true when all succeeded.
-bool report(const std::vector<PendingWrite>& writes, Format format, bool interrupted, const TcpLink& link)
+std::string outcomeOf(const PendingWrite& write, const WriteRequest& request, bool interrupted)
+{
+    if (write.settled())
+        return writeOutcomeText(write, "", request.var.text);
+    return interrupted ? "not confirmed: interrupted before the driver reported the result"
+                       : "not confirmed: no result from the driver in time";
+}
+
+// Prints every write with its outcome; true when all were confirmed.
+bool report(const std::vector<WriteRequest>& requests, const std::vector<PendingWrite>& writes, Format format,
+            bool interrupted)
 {
     bool allGood = true;
-    for (const PendingWrite& write : writes) {
-        const std::string values = valuesText(write.request);
-        std::string outcome = write.replacedBy ? write.reason : "written";
-        if (!write.written() && !write.replacedBy) {
+    for (size_t i = 0; i < requests.size(); ++i) {
+        const std::string values = valuesText(requests[i]);
+        const std::string outcome = outcomeOf(writes[i], requests[i], interrupted);
+        if (!confirmed(writes[i], writes)) {
             allGood = false;
-            const std::string reason = failureReason(write, interrupted, link);
-            outcome = "failed: " + reason;
-            std::fprintf(stderr, "logohost: write %s=%s failed: %s\n", write.request.var.text.c_str(), values.c_str(),
-                         reason.c_str());
+            complain("write " + requests[i].var.text + "=" + values + ": " + outcome);
             if (format == Format::Table)
                 continue;  // standard error said it already
         }
-        std::fputs(writeLine(write.request.var.text, values, outcome, format).c_str(), stdout);
+        std::fputs(writeLine(requests[i].var.text, values, outcome, format).c_str(), stdout);
     }
     return allGood;
+}
+
+bool parseRequests(const Options& options, std::vector<WriteRequest>* out)
+{
+    for (const std::string& text : options.args) {
+        WriteRequest request;
+        std::string error;
+        if (!parseWrite(text, options.multiStation, &request, &error)) {
+            complain(error);
+            return false;
+        }
+        out->push_back(request);
+    }
+    return true;
 }
 
 }  // namespace
@@ -62,46 +88,38 @@ int runWrite(CommandContext& context)
 {
     const Options& options = context.options;
     std::vector<WriteRequest> requests;
-    for (const std::string& text : options.args) {
-        WriteRequest request;
-        std::string error;
-        if (!parseWrite(text, options.multiStation, &request, &error)) {
-            std::fprintf(stderr, "logohost: %s\n", error.c_str());
-            return kExitUsage;
-        }
-        requests.push_back(request);
-    }
-
-    WriteTracker tracker(options.multiStation);
-    Communication communication(
-        context, [&tracker](const RequestResult& result) { tracker.onResult(result); },
-        [](int, bool, const std::string& message) { std::fprintf(stderr, "logohost: %s\n", message.c_str()); });
-    QList<HOSTVAR> noCyclicVariables;
-    context.api.rebuildReadList(&noCyclicVariables);
+    if (!parseRequests(options, &requests))
+        return kExitUsage;
+    Session session(context.api, context.info, context.links, context.trace,
+                    sessionSettings(options, context.info, false), {});
+    session.addStationObserver([](int, bool, const std::string& note) { complain(note); });
+    session.scan({});
 
     // All writes are queued before the first frame goes out, so that a
     // give-up's dropping of queued writes meets all of them alike.
+    std::vector<int> ids;
     int frames = 0;
-    for (size_t i = 0; i < requests.size(); ++i) {
-        const WriteRequest& request = requests[i];
-        const Variable& var = request.var;
-        const int station = var.station == kNoStation ? options.station : var.station;
-        const int sourceId = static_cast<int>(i) + 1;
-        tracker.add(request, sourceId, station);
-        const std::vector<uint8_t> bytes = packValues(var.kind, request.values);
-        const QByteArray data(reinterpret_cast<const char*>(bytes.data()), static_cast<int>(bytes.size()));
-        context.api.setRegisterData(QString::fromStdString(var.text), driverArea(var.kind),
-                                    QString::fromStdString(driverAddressText(var)), station, data, driverCount(var),
-                                    kWriteSourceType, sourceId);
+    for (const WriteRequest& request : requests) {
+        const DriverWrite write{rangeOf(request.var, options.station), packValues(request.var.kind, request.values),
+                                request.var.text};
+        ids.push_back(session.queueWrite(write));
         frames += framesOf(request, options.maxBlock);
     }
-    communication.start();
+    session.start();
+    const auto deadline = std::chrono::steady_clock::now() + session.requestDeadline(frames);
+    session.waitUntil(deadline, [&] {
+        session.abandonUnreachable();
+        bool settled = true;
+        for (const int id : ids)
+            settled = settled && session.writeOutcome(id).settled();
+        return settled || interrupted();
+    });
+    session.stop();
 
-    const auto deadline = std::chrono::steady_clock::now() + resultDeadline(options, frames);
-    while (!tracker.waitUntilSettled(kPoll) && std::chrono::steady_clock::now() < deadline && !interrupted()) {
-    }
-    communication.stop();
-    return report(tracker.writes(), options.format, interrupted(), context.link) ? kExitOk : kExitFailed;
+    std::vector<PendingWrite> writes;
+    for (const int id : ids)
+        writes.push_back(session.writeOutcome(id));
+    return report(requests, writes, options.format, interrupted()) ? kExitOk : kExitFailed;
 }
 
 }  // namespace logohost

@@ -3,25 +3,14 @@
 #include <cstdint>
 #include <cstdio>
 
-#include "host/link/frame_layout.h"
+#include "common/modbus_wire.h"
+#include "common/remote_wire.h"
 #include "logo_modbus_tcp.h"
 
 namespace logohost {
 namespace {
 
-using namespace layout;
-
-enum FunctionCode : uint8_t {
-    kReadCoils = 0x01,
-    kReadDiscreteInputs = 0x02,
-    kReadHoldingRegisters = 0x03,
-    kReadInputRegisters = 0x04,
-    kWriteSingleCoil = 0x05,
-    kWriteSingleRegister = 0x06,
-    kWriteMultipleRegisters = 0x10,
-};
-
-constexpr int kEchoBytes = 4;  // address, then quantity or value
+using namespace wire;
 
 struct EchoedField {
     int offset;
@@ -45,14 +34,12 @@ std::string hex(int value, int digits)
 std::string number(int value) { return std::to_string(value); }
 std::string counted(int n, const char* one, const char* many) { return number(n) + " " + (n == 1 ? one : many); }
 
-bool isRead(int function) { return function >= kReadCoils && function <= kReadInputRegisters; }
-bool readsBits(int function) { return function == kReadCoils || function == kReadDiscreteInputs; }
 
 std::string mbapProblem(const QByteArray& request, const QByteArray& reply)
 {
     if (reply.size() >= kProtocolOffset + 2 && wordAt(reply, kProtocolOffset) != 0)
         return "not a Modbus/TCP reply: protocol id " + hex(wordAt(reply, kProtocolOffset), 4);
-    if (reply.size() < kMinModbusReply)
+    if (reply.size() < kMinFrame)
         return "not a Modbus/TCP reply: " + number(reply.size()) + " bytes, fewer than a header and a function code";
     const int following = wordAt(reply, kLengthOffset);
     if (following != reply.size() - kLengthCountedFrom)
@@ -85,7 +72,8 @@ std::string readProblem(int function, const QByteArray& request, const QByteArra
 
 std::string writeProblem(int function, const QByteArray& request, const QByteArray& reply)
 {
-    const char* second = function == kWriteMultipleRegisters ? " quantity " : " value ";
+    const bool multiple = function == kFcWriteMultipleRegisters || function == kFcWriteMultipleCoils;
+    const char* second = multiple ? " quantity " : " value ";
     auto echo = [second](const QByteArray& bytes) {
         return "address " + hex(wordAt(bytes, kEchoOffset), 4) + second + hex(wordAt(bytes, kQuantityOffset), 4);
     };
@@ -107,7 +95,7 @@ int remoteDataBytes(const QByteArray& request)
 
 std::string modbusReplyProblem(const QByteArray& request, const QByteArray& reply)
 {
-    if (request.size() < kModbusRequest)
+    if (request.size() < kRequestLength)
         return "no Modbus request to compare the reply with";
     const std::string framing = mbapProblem(request, reply);
     if (!framing.empty())
@@ -122,9 +110,9 @@ std::string modbusReplyProblem(const QByteArray& request, const QByteArray& repl
     }
     if (answered != asked)
         return "function code " + hex(answered, 2) + " in reply to a request with function code " + hex(asked, 2);
-    if (isRead(asked))
+    if (isReadFunction(asked))
         return readProblem(asked, request, reply);
-    if (asked == kWriteSingleCoil || asked == kWriteSingleRegister || asked == kWriteMultipleRegisters)
+    if (isWriteFunction(asked))
         return writeProblem(asked, request, reply);
     return std::string();
 }

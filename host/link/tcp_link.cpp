@@ -13,15 +13,17 @@
 #include <cstring>
 #include <thread>
 
-#include "host/link/frame_layout.h"
+#include "common/endpoint.h"
+#include "common/modbus_wire.h"
+#include "common/remote_wire.h"
 #include "host/link/reply_check.h"
 
 namespace logohost {
 namespace {
 
-using namespace layout;
+using namespace wire;
 
-constexpr int kMaxModbusReply = kLengthCountedFrom + kMaxLengthField;
+constexpr int kMaxModbusReply = kMaxFrame;
 constexpr int kMaxRemoteReply = 4096;  // only used when the driver names no length
 constexpr std::chrono::milliseconds kFirstBackoff{50};
 constexpr std::chrono::milliseconds kMaxBackoff{2000};
@@ -65,9 +67,10 @@ int openSocket(const addrinfo* address, std::chrono::milliseconds timeout)
     // Frames are small and each one waits for its reply: no Nagle delay.
     const int on = 1;
     setsockopt(fd, IPPROTO_TCP, TCP_NODELAY, &on, sizeof on);
-    // The first recv of every reply blocks at most the reply time-out, so the
-    // common exchange needs no poll call.
-    timeval tv{static_cast<time_t>(timeout.count() / 1000), static_cast<suseconds_t>(timeout.count() % 1000 * 1000)};
+    // The first recv of every reply blocks a short while at most, so that the
+    // common exchange needs no poll call and a stop is seen soon.
+    const std::chrono::milliseconds block = std::min(timeout, kStopPoll);
+    timeval tv{static_cast<time_t>(block.count() / 1000), static_cast<suseconds_t>(block.count() % 1000 * 1000)};
     setsockopt(fd, SOL_SOCKET, SO_RCVTIMEO, &tv, sizeof tv);
     return fd;
 }
@@ -91,7 +94,7 @@ int firstReadSize(ReplyShape shape)
     if (!shape.modbus)
         return shape.expectedLength > 0 ? shape.expectedLength : kMaxRemoteReply;
     const int expected = shape.expectedLength > 0 ? std::min(shape.expectedLength, kMaxModbusReply) : kMaxModbusReply;
-    return std::max(expected, kMinModbusReply + 1);
+    return std::max(expected, kMinFrame + 1);
 }
 
 // The full length of the reply as far as the bytes received tell it.
@@ -112,10 +115,19 @@ int framedLength(const QByteArray& reply, ReplyShape shape)
     return kLengthCountedFrom + length;
 }
 
+// "Connection refused" as a part of a sentence.
+std::string systemError(int error)
+{
+    std::string text = std::strerror(error);
+    if (!text.empty())
+        text[0] = static_cast<char>(std::tolower(static_cast<unsigned char>(text[0])));
+    return text;
+}
+
 }  // namespace
 
-TcpLink::TcpLink(std::string host, int port, std::chrono::milliseconds timeout, Trace& trace)
-    : host_(std::move(host)), port_(port), timeout_(timeout), trace_(trace)
+TcpLink::TcpLink(std::string host, int port, std::chrono::milliseconds timeout, Trace& trace, BackoffWait backoffWait)
+    : host_(std::move(host)), port_(port), timeout_(timeout), trace_(trace), backoffWait_(backoffWait)
 {
 }
 
@@ -125,18 +137,28 @@ TcpLink::~TcpLink()
         ::close(fd_);
 }
 
-std::string TcpLink::peer() const { return host_ + ":" + std::to_string(port_); }
+std::string TcpLink::peer() const { return common::endpointText(host_, port_); }
+
+Exchange TcpLink::noAnswer() const
+{
+    Exchange none;
+    none.fault = lastFault_;
+    none.cause = lastCause_;
+    return none;
+}
 
 Exchange TcpLink::exchange(const char* frame, int length, ReplyShape shape, const std::atomic<bool>& stop)
 {
-    Exchange none;
     if (fd_ < 0) {
+        if (backoffWait_ == BackoffWait::FailFast && Clock::now() < nextAttempt_)
+            return noAnswer();
         if (!waitForBackoff(stop)) {
-            none.outcome = LinkOutcome::Stopped;
-            return none;
+            Exchange stopped;
+            stopped.outcome = LinkOutcome::Stopped;
+            return stopped;
         }
         if (!connectNow())
-            return none;
+            return noAnswer();
     }
     sent_.resize(length);
     std::memcpy(sent_.data(), frame, static_cast<size_t>(length));
@@ -149,10 +171,17 @@ Exchange TcpLink::exchange(const char* frame, int length, ReplyShape shape, cons
     }
     trace_.sent(sent_.constData(), length);
     if (!sendAll(sent_.constData(), length)) {
-        close(std::string("send failed: ") + std::strerror(errno), true);
-        return none;
+        const int error = errno;
+        close(LinkFault::Closed, "connection lost: " + systemError(error), std::string("send failed: ") + std::strerror(error),
+              true);
+        return noAnswer();
     }
-    Exchange result = receive(shape, Clock::now() + timeout_);
+    Exchange result = receive(shape, Clock::now() + timeout_, stop);
+    if (stop.load() && result.outcome == LinkOutcome::NoReply) {
+        result.outcome = LinkOutcome::Stopped;
+        return result;
+    }
+    result.sent = true;
     if (!result.reply.isEmpty())
         trace_.received(result.reply.constData(), result.reply.size(), shape.modbus);
     if (result.outcome == LinkOutcome::Reply)
@@ -169,10 +198,12 @@ void TcpLink::judge(ReplyShape shape, Exchange* result)
     if (result->problem.empty())
         return;
     result->outcome = LinkOutcome::Refused;
+    result->fault = LinkFault::BadReply;
+    result->cause = "refused reply: " + result->problem;
     // A peer that answers with something else is likely not the controller
     // at all: back off rather than hammer it with connections.
     if (fd_ >= 0)
-        close("reply refused: " + result->problem, true);
+        close(LinkFault::BadReply, result->cause, "reply refused: " + result->problem, true);
     else
         trace_.note("reply refused: " + result->problem);
 }
@@ -195,7 +226,8 @@ bool TcpLink::connectNow()
     addrinfo* found = nullptr;
     const int status = getaddrinfo(host_.c_str(), std::to_string(port_).c_str(), &hints, &found);
     if (status != 0) {
-        close(std::string("cannot resolve ") + host_ + ": " + gai_strerror(status), true);
+        const std::string why = std::string("cannot resolve ") + host_ + ": " + gai_strerror(status);
+        close(LinkFault::CannotConnect, why, why, true);
         return false;
     }
     for (const addrinfo* address = found; address && fd_ < 0; address = address->ai_next)
@@ -203,7 +235,10 @@ bool TcpLink::connectNow()
     const int error = errno;
     freeaddrinfo(found);
     if (fd_ < 0) {
-        close("cannot connect to " + peer() + ": " + std::strerror(error), true);
+        const bool timedOut = error == ETIMEDOUT;
+        close(timedOut ? LinkFault::ConnectTimeout : LinkFault::CannotConnect,
+              timedOut ? "no answer to a connection within " + std::to_string(timeout_.count()) + " ms" : systemError(error),
+              "cannot connect to " + peer() + ": " + std::strerror(error), true);
         return false;
     }
     ++connections_;
@@ -211,9 +246,11 @@ bool TcpLink::connectNow()
     return true;
 }
 
-void TcpLink::close(const std::string& why, bool backOff)
+void TcpLink::close(LinkFault fault, const std::string& cause, const std::string& why, bool backOff)
 {
     lastProblem_ = why;
+    lastFault_ = fault;
+    lastCause_ = cause;
     if (fd_ >= 0) {
         ::close(fd_);
         fd_ = -1;
@@ -240,31 +277,35 @@ bool TcpLink::sendAll(const char* frame, int length)
     return true;
 }
 
-bool TcpLink::readMore(QByteArray* reply, int want, Clock::time_point deadline, bool first, bool* closed)
+bool TcpLink::readMore(QByteArray* reply, int want, Clock::time_point deadline, bool first, bool* closed,
+                       const std::atomic<bool>& stop)
 {
+    const auto waitable = [](int error) { return error == EAGAIN || error == EWOULDBLOCK || error == EINTR; };
     const int have = reply->size();
     reply->resize(want);
-    ssize_t n = -1;
-    if (first)
-        n = recv(fd_, reply->data() + have, static_cast<size_t>(want - have), 0);
-    if (!first || (n < 0 && errno == EINTR)) {
+    char* into = reply->data() + have;
+    const size_t room = static_cast<size_t>(want - have);
+    // The first recv of a reply blocks a short while at most (SO_RCVTIMEO):
+    // the common reply needs no poll call.
+    ssize_t n = first ? recv(fd_, into, room, 0) : -1;
+    int error = n >= 0 ? 0 : first ? errno : EAGAIN;
+    while (n < 0 && waitable(error) && Clock::now() < deadline && !stop.load()) {
         pollfd p{fd_, POLLIN, 0};
-        const int ready = poll(&p, 1, remainingMs(deadline));
-        n = ready == 1 ? recv(fd_, reply->data() + have, static_cast<size_t>(want - have), MSG_DONTWAIT) : -1;
-        if (ready == 0)
-            errno = EAGAIN;
+        const int ready = poll(&p, 1, std::min(remainingMs(deadline), static_cast<int>(kStopPoll.count())));
+        n = ready == 1 ? recv(fd_, into, room, MSG_DONTWAIT) : -1;
+        error = n >= 0 ? 0 : ready == 0 ? EAGAIN : errno;
     }
     reply->resize(have + static_cast<int>(std::max<ssize_t>(n, 0)));
-    *closed = n == 0 || (n < 0 && errno != EAGAIN && errno != EWOULDBLOCK && errno != EINTR);
+    *closed = n == 0 || (n < 0 && !waitable(error));
     return n > 0;
 }
 
-Exchange TcpLink::receive(ReplyShape shape, Clock::time_point deadline)
+Exchange TcpLink::receive(ReplyShape shape, Clock::time_point deadline, const std::atomic<bool>& stop)
 {
     Exchange result;
     int want = firstReadSize(shape);
     bool closed = false;
-    for (bool first = true; readMore(&result.reply, want, deadline, first, &closed); first = false) {
+    for (bool first = true; readMore(&result.reply, want, deadline, first, &closed, stop); first = false) {
         const int length = framedLength(result.reply, shape);
         if (length == kUnframeable) {
             result.outcome = LinkOutcome::Reply;  // judged, and refused, with the rest
@@ -276,7 +317,7 @@ Exchange TcpLink::receive(ReplyShape shape, Clock::time_point deadline)
             result.outcome = LinkOutcome::Reply;
             if (result.reply.size() > length) {
                 result.reply.truncate(length);
-                close("bytes after the reply", false);
+                close(LinkFault::BadReply, "bytes after the reply", "bytes after the reply", false);
             }
             return result;
         }
@@ -289,13 +330,18 @@ Exchange TcpLink::receive(ReplyShape shape, Clock::time_point deadline)
     else  // a late reply on this connection would be taken for the answer to the next frame
         why = "no complete reply within " + std::to_string(timeout_.count()) + " ms" +
               (result.reply.isEmpty() ? "" : " (" + got + ")");
+    const LinkFault fault = closed ? LinkFault::Closed : LinkFault::ReplyTimeout;
+    std::string cause = closed ? "connection closed by the controller" : "no reply within " + std::to_string(timeout_.count()) + " ms";
     if (!result.reply.isEmpty()) {
         // Part of a reply answers nothing: refused, so that the driver never
         // takes a truncated reply for a whole one.
         result.outcome = LinkOutcome::Refused;
         result.problem = "incomplete reply: " + why;
+        cause = result.problem;
     }
-    close(why, closed);
+    close(result.reply.isEmpty() ? fault : LinkFault::BadReply, cause, why, closed);
+    result.fault = lastFault_;
+    result.cause = lastCause_;
     return result;
 }
 

@@ -27,15 +27,34 @@ enum class LinkOutcome {
     Stopped,   // the host is shutting down
 };
 
+// Why a frame got no usable answer, as far as the link can tell.
+enum class LinkFault {
+    None,
+    CannotConnect,   // refused, unreachable or unknown: nothing can be sent now
+    ConnectTimeout,  // the connection attempt was not answered in time
+    ReplyTimeout,    // connected, but no (complete) reply in time
+    Closed,          // the controller closed the connection, or a send failed
+    BadReply,        // bytes came that do not answer the frame
+};
+
 struct Exchange {
     LinkOutcome outcome = LinkOutcome::NoReply;
     QByteArray reply;
     std::string problem;  // why a reply was refused
+    LinkFault fault = LinkFault::None;
+    std::string cause;    // the fault in a few words: "connection refused", "no reply within 1000 ms"
+    bool sent = false;    // the frame went out
 };
+
+// While a failed connection backs off: wait for the next attempt (one
+// controller, nothing else to talk to), or answer at once that nothing can
+// be sent (several controllers: the others must not wait).
+enum class BackoffWait { Sleep, FailFast };
 
 class TcpLink {
 public:
-    TcpLink(std::string host, int port, std::chrono::milliseconds timeout, Trace& trace);
+    TcpLink(std::string host, int port, std::chrono::milliseconds timeout, Trace& trace,
+            BackoffWait backoffWait = BackoffWait::Sleep);
     ~TcpLink();
     TcpLink(const TcpLink&) = delete;
     TcpLink& operator=(const TcpLink&) = delete;
@@ -48,6 +67,8 @@ public:
     Exchange exchange(const char* frame, int length, ReplyShape shape, const std::atomic<bool>& stop);
 
     int connections() const { return connections_; }
+    bool connected() const { return fd_ >= 0; }
+    std::string peer() const;
     // Why the connection last failed or was dropped, for messages about
     // requests that got no reply. Read it only while no exchange runs.
     const std::string& lastProblem() const { return lastProblem_; }
@@ -59,24 +80,28 @@ private:
     const int port_;
     const std::chrono::milliseconds timeout_;
     Trace& trace_;
+    const BackoffWait backoffWait_;
     int fd_ = -1;
     int connections_ = 0;
     uint16_t transaction_ = 0;
     QByteArray sent_;  // the frame as it went out, kept to judge its reply
     std::string lastProblem_;
+    LinkFault lastFault_ = LinkFault::None;
+    std::string lastCause_;
     std::chrono::milliseconds backoff_{0};
     Clock::time_point nextAttempt_{};
 
     bool waitForBackoff(const std::atomic<bool>& stop) const;
     bool connectNow();
-    void close(const std::string& why, bool backOff);
+    Exchange noAnswer() const;
+    void close(LinkFault fault, const std::string& cause, const std::string& why, bool backOff);
     bool sendAll(const char* frame, int length);
-    Exchange receive(ReplyShape shape, Clock::time_point deadline);
+    Exchange receive(ReplyShape shape, Clock::time_point deadline, const std::atomic<bool>& stop);
     void judge(ReplyShape shape, Exchange* result);
     // Reads at least one more byte into reply, at most `want` in all, by
-    // the deadline. Returns false on time-out or a closed connection.
-    bool readMore(QByteArray* reply, int want, Clock::time_point deadline, bool first, bool* closed);
-    std::string peer() const;
+    // the deadline. Returns false on time-out, a closed connection or stop.
+    bool readMore(QByteArray* reply, int want, Clock::time_point deadline, bool first, bool* closed,
+                  const std::atomic<bool>& stop);
 };
 
 }  // namespace logohost

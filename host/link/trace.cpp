@@ -5,7 +5,8 @@
 #include <cstdio>
 #include <ctime>
 
-#include "host/notation/reply_words.h"
+#include "host/link/modbus_exceptions.h"
+#include "host/notation/time_text.h"
 
 namespace logohost {
 
@@ -20,23 +21,6 @@ std::string hexBytes(const char* bytes, int length)
     return text;
 }
 
-std::string clockText(bool microseconds)
-{
-    using namespace std::chrono;
-    const auto now = system_clock::now();
-    const std::time_t seconds = system_clock::to_time_t(now);
-    const long micros = static_cast<long>(duration_cast<std::chrono::microseconds>(now.time_since_epoch()).count() %
-                                          1000000);
-    std::tm local{};
-    localtime_r(&seconds, &local);
-    char text[32];
-    const size_t used = std::strftime(text, sizeof text, "%H:%M:%S", &local);
-    if (microseconds)
-        std::snprintf(text + used, sizeof text - used, ".%06ld", micros);
-    else
-        std::snprintf(text + used, sizeof text - used, ".%03ld", micros / 1000);
-    return text;
-}
 
 void Trace::sent(const char* bytes, int length)
 {

@@ -26,8 +26,6 @@ private:
 };
 
 std::string hexBytes(const char* bytes, int length);
-// Local wall-clock time to the microsecond, "14:03:07.123456".
-std::string clockText(bool microseconds);
 
 }  // namespace logohost
 

@@ -114,15 +114,17 @@ bool parseValue(const std::string& text, ValueType type, uint32_t* out, std::str
     return false;
 }
 
-std::string formatValue(uint32_t raw, ValueType type)
+int64_t signedValue(uint32_t raw, ValueType type)
 {
     switch (type) {
-    case ValueType::Bit: return raw ? "1" : "0";
-    case ValueType::Word: return std::to_string(static_cast<int16_t>(raw & 0xFFFF));
-    case ValueType::DoubleWord: return std::to_string(static_cast<int32_t>(raw));
+    case ValueType::Bit: return raw ? 1 : 0;
+    case ValueType::Word: return static_cast<int16_t>(raw & 0xFFFF);
+    case ValueType::DoubleWord: return static_cast<int32_t>(raw);
     }
-    return std::string();
+    return 0;
 }
+
+std::string formatValue(uint32_t raw, ValueType type) { return std::to_string(signedValue(raw, type)); }
 
 std::vector<uint8_t> packValues(Kind kind, const std::vector<uint32_t>& values)
 {
@@ -185,6 +187,7 @@ bool parseWrite(const std::string& text, bool allowStation, WriteRequest* out, s
             return false;
         }
         request.values.push_back(value);
+        request.texts.push_back(parts[i]);
     }
     *out = request;
     return true;

@@ -19,8 +19,9 @@ ValueType valueTypeOf(Kind kind);
 // text should have been ("expected 0/1, on/off or true/false").
 bool parseValue(const std::string& text, ValueType type, uint32_t* out, std::string* expected);
 
-// Bits as 0/1, words and double words as signed decimals: analogue values
+// Bits as 0/1, words and double words as signed numbers: analogue values
 // and V memory are signed in the controller's own displays.
+int64_t signedValue(uint32_t raw, ValueType type);
 std::string formatValue(uint32_t raw, ValueType type);
 
 // The driver's byte layout: one byte per bit, two bytes per word with the
@@ -33,6 +34,7 @@ std::vector<uint32_t> unpackValues(Kind kind, const std::vector<uint8_t>& bytes,
 struct WriteRequest {
     Variable var;
     std::vector<uint32_t> values;
+    std::vector<std::string> texts;  // each value as given, to echo it so
 };
 bool parseWrite(const std::string& text, bool allowStation, WriteRequest* out, std::string* error);
 

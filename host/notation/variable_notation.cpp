@@ -2,10 +2,13 @@
 
 #include <cctype>
 
+#include "common/logo_map.h"
+
 namespace logohost {
 namespace {
 
-constexpr int kVByteCount = 851;  // V bytes 0-850 of a current controller
+using namespace logomap;
+
 constexpr int kBitsPerByte = 8;
 constexpr int kMaxStation = 255;  // a Modbus unit identifier is one byte
 constexpr size_t kMaxDigits = 9;  // keeps every parsed number inside int
@@ -18,19 +21,20 @@ struct KindInfo {
     int last;
     const char* takes;  // completes "<prefix> takes ..."
     int maxCount;
+    const char* noun;   // completes "the last ..."
 };
 
 // Longer prefixes first, so that "VW" is not read as "V" and "AI" not as "A...".
 const KindInfo kKinds[] = {
-    {Kind::VW, "VW", 0, kVByteCount - 3, "an even V byte number", (kVByteCount - 1) / 2},
-    {Kind::VD, "VD", 0, kVByteCount - 5, "an even V byte number", (kVByteCount - 1) / 4},
-    {Kind::AI, "AI", 1, 8, "an analogue input number", 8},
-    {Kind::AQ, "AQ", 1, 8, "an analogue output number", 8},
-    {Kind::AM, "AM", 1, 64, "an analogue flag number", 64},
-    {Kind::I, "I", 1, 24, "an input number", 24},
-    {Kind::Q, "Q", 1, 20, "an output number", 20},
-    {Kind::M, "M", 1, 64, "a flag number", 64},
-    {Kind::V, "V", 0, kVByteCount - 1, "BYTE.BIT, a V byte number", kVByteCount * kBitsPerByte},
+    {Kind::VW, "VW", 0, 2 * (kVWordCount - 1), "an even V byte number", kVWordCount, "V word"},
+    {Kind::VD, "VD", 0, 2 * (kVWordCount - 2), "an even V byte number", kVWordCount / 2, "V double word"},
+    {Kind::AI, "AI", 1, kAnalogInputCount, "an analogue input number", kAnalogInputCount, "analogue input"},
+    {Kind::AQ, "AQ", 1, kAnalogOutputCount, "an analogue output number", kAnalogOutputCount, "analogue output"},
+    {Kind::AM, "AM", 1, kAnalogFlagCount, "an analogue flag number", kAnalogFlagCount, "analogue flag"},
+    {Kind::I, "I", 1, kInputCount, "an input number", kInputCount, "input"},
+    {Kind::Q, "Q", 1, kOutputCount, "an output number", kOutputCount, "output"},
+    {Kind::M, "M", 1, kFlagCount, "a flag number", kFlagCount, "flag"},
+    {Kind::V, "V", 0, kVByteCount - 1, "BYTE.BIT, a V byte number", kVBitCount, "V bit"},
 };
 
 const KindInfo& infoOf(Kind kind)
@@ -97,6 +101,32 @@ bool parseElement(const std::string& original, const std::string& element, Varia
                 "expected I, Q, M, V, AI, AQ, AM, VW or VD followed by a number, e.g. VW0:4, V10.3 or AI1", error);
 }
 
+// The last element of the variable lies inside the controller's map.
+bool fitsTheMap(const Variable& var)
+{
+    switch (var.kind) {
+    case Kind::V: return var.first * kBitsPerByte + var.bit + var.count <= kVBitCount;
+    case Kind::VW: return var.first / 2 + var.count <= kVWordCount;
+    case Kind::VD: return var.first / 2 + 2 * var.count <= kVWordCount;
+    default: return var.first + var.count - 1 <= infoOf(var.kind).last;
+    }
+}
+
+// "VW846:3 runs past VW848, the last V word"
+std::string lastElementText(const Variable& var)
+{
+    const KindInfo& info = infoOf(var.kind);
+    Variable last = var;
+    last.station = kNoStation;
+    if (var.kind == Kind::V) {
+        last.first = info.last;
+        last.bit = kBitsPerByte - 1;
+    } else {
+        last.first = info.last;
+    }
+    return "it runs past " + elementName(last, 0, false) + ", the last " + info.noun;
+}
+
 }  // namespace
 
 bool parseVariable(const std::string& text, bool allowStation, Variable* out, std::string* error)
@@ -126,12 +156,12 @@ bool parseVariable(const std::string& text, bool allowStation, Variable* out, st
         return false;
 
     if (colon != std::string::npos) {
-        // The count is checked against the size of the area only: where a
-        // range ends is the controller's to judge, and it says so in words.
         const int maxCount = infoOf(var.kind).maxCount;
         if (!parseNumber(countText, &var.count) || var.count < 1 || var.count > maxCount)
             return fail(text, "the count after \":\" must be a number from 1 to " + std::to_string(maxCount), error);
     }
+    if (!fitsTheMap(var))
+        return fail(text, lastElementText(var), error);
     *out = var;
     return true;
 }

@@ -1,6 +1,9 @@
 #include "host/panel/panel_views.h"
 
+#include <cmath>
 #include <cstdio>
+
+#include "host/notation/time_text.h"
 
 namespace logohost {
 namespace {
@@ -22,7 +25,43 @@ Json itemConfigJson(const PanelItem& item)
     return json;
 }
 
+// The shown value as the item's decimals show it: 91.1, never 91.10000000000001.
+double rounded(double value, int decimals)
+{
+    const double scale = std::pow(10.0, decimals);
+    return std::round(value * scale) / scale;
+}
+
+// "stale", "no reply: connection refused": the page's state line.
+std::string stateText(const ElementStatus& element)
+{
+    return element.quality == Quality::Stale ? "stale" : qualityWords(element);
+}
+
+Json timeOrNull(int64_t epochMs) { return epochMs ? Json(isoTime(epochMs)) : Json(nullptr); }
+
+Json healthJson(const LinkHealth& health)
+{
+    return {{"state", linkStateName(health.state)}, {"since", timeOrNull(health.sinceMs)},
+            {"cause", health.cause}, {"text", healthWords(health)}};
+}
+
+Json controllerJson(const ControllerFigures& c)
+{
+    return {{"name", c.name},
+            {"address", c.address},
+            {"link", healthJson(c.health)},
+            {"framesPerSecond", std::round(c.framesPerSecond * 10) / 10},
+            {"frames", c.frames},
+            {"replies", c.replies},
+            {"failures", c.failures},
+            {"refused", c.refused},
+            {"connections", c.connections},
+            {"losses", c.losses}};
+}
+
 }  // namespace
+
 
 Json screensJson(const ScreenSet& screens, bool canChange, bool readOnly)
 {
@@ -40,45 +79,64 @@ Json screensJson(const ScreenSet& screens, bool canChange, bool readOnly)
             {"screens", list}};
 }
 
-Json itemJson(const ItemState& state)
+Json itemJson(const ItemState& state, int64_t nowMs)
 {
-    Json json = {{"var", state.var},           {"text", state.hasValue ? state.text : "—"},
-                 {"state", state.state},       {"stateClass", state.stateClass},
-                 {"changedAt", state.changedAt}};
-    json["value"] = state.hasValue ? Json(state.value) : Json(nullptr);
-    json["raw"] = state.hasValue ? Json(state.raw) : Json(nullptr);
+    const ElementStatus& element = state.element;
+    const PanelItem& item = *state.item;
+    const double raw = static_cast<double>(element.value);
+    Json json = {{"var", state.var},
+                 {"text", element.hasValue ? shownText(item, raw) : "—"},
+                 {"state", stateText(element)},
+                 {"stateClass", qualityName(element.quality)},
+                 {"why", element.why},
+                 {"updatedAt", timeOrNull(element.readAtMs)},
+                 {"changedAt", timeOrNull(element.changedAtMs)}};
+    json["value"] = element.hasValue ? Json(rounded(shownValue(item, raw), item.decimals)) : Json(nullptr);
+    json["raw"] = element.hasValue ? Json(element.value) : Json(nullptr);
+    json["age"] = element.hasValue ? Json(std::round(static_cast<double>(nowMs - element.readAtMs) / 100) / 10)
+                                   : Json(nullptr);
     return json;
 }
 
-Json itemsJson(const std::vector<ItemState>& states)
+Json itemsJson(const std::vector<ItemState>& states, int64_t nowMs)
 {
     Json items = Json::array();
     for (const ItemState& state : states)
-        items.push_back(itemJson(state));
+        items.push_back(itemJson(state, nowMs));
     return items;
 }
 
-Json statusJson(const PanelStatus& status)
+Json statusJson(const PlantModel& model, bool readOnly, const ServerFigures& server)
 {
+    const Session& session = model.session();
+    const LinkFigures figures = session.figures();
+    Json controllers = Json::array();
+    for (const ControllerFigures& c : figures.controllers)
+        controllers.push_back(controllerJson(c));
     Json stations = Json::array();
-    for (const StationState& station : status.stations)
+    for (const StationState& station : session.stations())
         stations.push_back({{"station", station.station}, {"on", station.on}, {"note", station.note}});
-    return {{"controller", status.peer},
-            {"link",
-             {{"framesPerSecond", status.framesPerSecond},
-              {"frames", status.frames},
-              {"replies", status.replies},
-              {"failures", status.failures},
-              {"refused", status.refused},
-              {"connections", status.connections}}},
+    const ScanFigures scan = model.scanFigures();
+    const ControllerFigures total = figures.total();
+    LinkHealth worst = figures.controllers.at(0).health;
+    session.anyDown(&worst);
+    Json link = controllerJson(total);
+    link["link"] = healthJson(worst);
+    std::string names;
+    for (const ControllerFigures& c : figures.controllers)
+        names += (names.empty() ? "" : ", ") + c.address;
+    return {{"controller", names},
+            {"link", link},
+            {"controllers", controllers},
             {"scan",
-             {{"screens", status.scannedScreens},
-              {"variables", status.cyclicVariables},
-              {"requests", status.cyclicRequests},
-              {"trends", status.trendVariables},
-              {"periodSeconds", status.scanPeriodSeconds},
-              {"openStreams", status.openStreams}}},
-            {"readOnly", status.readOnly},
+             {{"screens", scan.scannedScreens},
+              {"variables", scan.variables},
+              {"requests", scan.requests},
+              {"trends", scan.trends},
+              {"periodSeconds", static_cast<double>(session.settings().scanPeriod.count()) / 1000},
+              {"openStreams", server.openStreams},
+              {"streamLimit", server.streamLimit}}},
+            {"readOnly", readOnly},
             {"stations", stations}};
 }
 
@@ -86,7 +144,7 @@ Json trendJson(const PanelItem& item, const std::vector<TrendPoint>& points)
 {
     Json list = Json::array();
     for (const TrendPoint& point : points)
-        list.push_back({point.at, point.gap() ? Json(nullptr) : Json(shownValue(item, point.raw))});
+        list.push_back({point.at, point.gap() ? Json(nullptr) : Json(rounded(shownValue(item, point.raw), item.decimals))});
     return {{"var", item.varText}, {"points", list}};
 }
 

@@ -30,8 +30,10 @@ TEST(CommandLine, TakesOptionsBeforeAndAfterTheCommand)
         << error;
     EXPECT_EQ(options.command, "read");
     EXPECT_EQ(options.args, (std::vector<std::string>{"VW0", "AM1@2"}));
-    EXPECT_EQ(options.plcHost, "plc.example");
-    EXPECT_EQ(options.plcPort, 1502);
+    ASSERT_EQ(options.plcs.size(), 1u);
+    EXPECT_EQ(options.plcs[0].host, "plc.example");
+    EXPECT_EQ(options.plcs[0].port, 1502);
+    EXPECT_EQ(options.plcs[0].station, -1);
     EXPECT_DOUBLE_EQ(options.timeoutSeconds, 0.25);
     EXPECT_TRUE(options.multiStation);
     EXPECT_EQ(options.format, Format::Jsonl);
@@ -42,15 +44,19 @@ TEST(CommandLine, PlcAddressForms)
 {
     const struct {
         const char *text, *host;
-        int port;
-    } rows[] = {{"[::1]:1502", "::1", 1502}, {"::1", "::1", 502}};
+        int port, station;
+    } rows[] = {{"[::1]:1502", "::1", 1502, -1}, {"::1", "::1", 502, -1}, {"[::1]", "::1", 502, -1},
+                {"2=127.0.0.1:5022", "127.0.0.1", 5022, 2}, {"0=plc.example", "plc.example", 502, 0}};
     for (const auto& row : rows) {
         SCOPED_TRACE(row.text);
         Options options;
         std::string error;
         EXPECT_EQ(parse({"--plc", row.text, "read", "VW0"}, &options, &error), kParsed) << error;
-        EXPECT_EQ(options.plcHost, row.host);
-        EXPECT_EQ(options.plcPort, row.port);
+        ASSERT_EQ(options.plcs.size(), 1u);
+        EXPECT_EQ(options.plcs[0].host, row.host);
+        EXPECT_EQ(options.plcs[0].port, row.port);
+        EXPECT_EQ(options.plcs[0].station, row.station);
+        EXPECT_EQ(options.multiStation, row.station >= 0);  // controllers at their own addresses are stations
     }
 }
 
@@ -75,6 +81,7 @@ TEST(CommandLine, PanelOptions)
 TEST(CommandLine, BadOnesAreRejectedWithAClearMessage)
 {
     const std::string kCommands = "expected watch, read, write, panel or sim (see logohost --help)";
+    const std::string kPlc = "expected HOST[:PORT] (port 1-65535), or STATION=HOST[:PORT] for each of several controllers";
     const struct {
         std::vector<std::string> words;
         std::string message;
@@ -88,18 +95,29 @@ TEST(CommandLine, BadOnesAreRejectedWithAClearMessage)
         {{"read", "VW0", "--timeout", "0"}, "bad value \"0\" for --timeout: expected seconds from 0.01 to 60"},
         {{"read", "VW0", "--format", "xml"}, "bad value \"xml\" for --format: expected table, csv or jsonl"},
         {{"--plc", "plc.example:70000", "read", "VW0"},
-         "bad value \"plc.example:70000\" for --plc: expected HOST or HOST:PORT (port 1-65535)"},
+         "bad value \"plc.example:70000\" for --plc: the port '70000' is not a number from 1 to 65535; " + kPlc},
+        {{"--plc", "127.0.0.1:", "read", "VW0"}, "bad value \"127.0.0.1:\" for --plc: the port after ':' is empty; " + kPlc},
+        {{"--plc", "[::1", "read", "VW0"},
+         "bad value \"[::1\" for --plc: '[' without its ']' (expected [IPV6]:PORT); " + kPlc},
+        {{"--plc", "1=a", "--plc", "1=b", "read", "VW0"},
+         "bad value \"1=b\" for --plc: station 1 already has a controller; " + kPlc},
+        {{"--plc", "a", "--plc", "2=b", "read", "VW0"},
+         "bad value \"2=b\" for --plc: give one HOST[:PORT], or STATION=HOST[:PORT] for each of several controllers; " +
+             kPlc},
+        {{"read", "VW0", "--scan-period", "1"}, "--scan-period is an option of watch and panel, which scan until stopped"},
         {{"--max-block", "126", "read", "VW0"},
          "bad value \"126\" for --max-block: expected a number of words from 1 to 125"},
         {{"read", "VW0", "--interval"}, "option --interval needs a value: seconds from 0.05 to 3600"},
         {{"read", "VW0", "--trace=yes"}, "option --trace takes no value, got \"yes\""},
         {{"panel", "VW0"}, "panel takes no variables: its screens come from --screens FILE (or the built-in ones)"},
-        {{"watch", "VW0", "--read-only"}, "--screens, --listen, --token and --read-only are options of the panel command"},
+        {{"watch", "VW0", "--read-only"},
+         "--screens, --listen, --token, --read-only and --max-viewers are options of the panel command"},
         {{"panel", "--token", "short"}, "bad value \"short\" for --token: expected 8 to 128 letters, digits, '-' or '_'"},
         {{"panel", "--token", "has space 123"},
          "bad value \"has space 123\" for --token: expected 8 to 128 letters, digits, '-' or '_'"},
         {{"panel", "--listen", "127.0.0.1:65536"},
-         "bad value \"127.0.0.1:65536\" for --listen: expected HOST or HOST:PORT (port 0-65535, 0: any free port)"},
+         "bad value \"127.0.0.1:65536\" for --listen: the port '65536' is not a number from 0 to 65535; expected HOST or "
+         "HOST:PORT (port 0-65535, 0: any free port)"},
         {{"panel", "--scan-period", "-1"}, "bad value \"-1\" for --scan-period: expected seconds from 0 to 60"},
     };
     for (const auto& row : rows) {

@@ -90,11 +90,13 @@ inline std::vector<Values> csvRows(const Exit& run)
     return rows;
 }
 
+// The values `read --format csv` printed; a row with an error has none.
 inline Values readValues(const Exit& run)
 {
     Values values;
     for (Values& row : csvRows(run))
-        values[row["variable"]] = row["value"];
+        if (!row["value"].empty())
+            values[row["variable"]] = row["value"];
     return values;
 }
 

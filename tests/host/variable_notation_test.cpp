@@ -28,6 +28,8 @@ TEST(Notation, GoodTextsMapOntoTheDriver)
         {"AM5:2", false, 6, "5", 2, kNoStation, "AM5", "AM6"},
         {"VW10", false, 7, "5", 1, kNoStation, "VW10", "VW10"},
         {"VW848", false, 7, "424", 1, kNoStation, "VW848", "VW848"},
+        {"VW840:5", false, 7, "420", 5, kNoStation, "VW840", "VW848"},
+        {"I23:2", false, 0, "23", 2, kNoStation, "I23", "I24"},
         {"VD10", false, 7, "5", 2, kNoStation, "VD10", "VD10"},
         {"VD0:2", false, 7, "0", 4, kNoStation, "VD0", "VD4"},
         {"VW0:4@2", true, 7, "0", 4, 2, "VW0@2", "VW6@2"},
@@ -73,6 +75,13 @@ TEST(Notation, BadTextsAreNamedWithWhatWasExpected)
         {"Q1:21", false, "the count after \":\" must be a number from 1 to 20"},
         {"VW0@2", false, "a station \"@2\" needs --stations"},
         {"VW0@256", true, "the station after \"@\" must be a number from 0 to 255"},
+        // Counts that run past the map name its last element.
+        {"VW846:3", false, "it runs past VW848, the last V word"},
+        {"VD846:2", false, "it runs past VD846, the last V double word"},
+        {"I24:2", false, "it runs past I24, the last input"},
+        {"M64:2", false, "it runs past M64, the last flag"},
+        {"AM60:6", false, "it runs past AM64, the last analogue flag"},
+        {"V850.7:2", false, "it runs past V850.7, the last V bit"},
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.text);

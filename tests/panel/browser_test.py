@@ -53,7 +53,7 @@ class Program:
 
     def __init__(self, args):
         self.process = subprocess.Popen(args, stdout=subprocess.PIPE, stderr=subprocess.DEVNULL,
-                                        stdin=subprocess.DEVNULL, text=True)
+                                        stdin=subprocess.PIPE, text=True)
         self.lines = []
         self.lock = threading.Lock()
         self.reader = threading.Thread(target=self._read, daemon=True)
@@ -79,13 +79,22 @@ class Program:
             return None
         return wait_until(found, "a line matching " + pattern)
 
+    def tell(self, line):
+        """A command on standard input (the simulator's pause and resume)."""
+        self.process.stdin.write(line + "\n")
+        self.process.stdin.flush()
+
     def stop(self):
         self.process.send_signal(signal.SIGINT)
         try:
-            return self.process.wait(timeout=10)
+            status = self.process.wait(timeout=10)
         except subprocess.TimeoutExpired:
             self.process.kill()
-            return self.process.wait()
+            status = self.process.wait()
+        self.process.stdin.close()
+        self.reader.join(timeout=5)
+        self.process.stdout.close()
+        return status
 
 
 def recv_exact(sock, size):
@@ -120,6 +129,7 @@ class PanelInBrowser(unittest.TestCase):
         cls.panel = Program([ARGS.logohost, "--driver", ARGS.driver, "--plc", "127.0.0.1:%d" % cls.sim_port,
                              "panel", "--listen", "127.0.0.1:0"])
         cls.base = cls.panel.first(r"open (http://127\.0\.0\.1:\d+/)").group(1)
+        cls.bases = [cls.base]  # every panel this test started
         options = webdriver.ChromeOptions()
         options.binary_location = shutil.which("chromium")
         cls.profile = tempfile.mkdtemp(prefix="panel-chromium-")
@@ -156,6 +166,9 @@ class PanelInBrowser(unittest.TestCase):
     def requests_since(self, mark):
         return [line[len("request "):] for line in self.sim.snapshot()[mark:] if line.startswith("request ")]
 
+    def link_text(self):
+        return self.browser.find_element(By.CSS_SELECTOR, "#link .link-text").text
+
     def api(self, path):
         with urllib.request.urlopen(self.base + path.lstrip("/"), timeout=10) as response:
             return json.load(response)
@@ -187,7 +200,7 @@ class PanelInBrowser(unittest.TestCase):
                          ["AI1", "AI2", "Q1", "Q2", "AQ1", "I1", "I2", "VW0"])
         card = self.browser.find_element(By.CSS_SELECTOR, '[data-var="AI1"]')
         wait_until(lambda: card.find_element(By.CSS_SELECTOR, ".state").text == "ok", "AI1's state ok")
-        self.assertRegex(card.find_element(By.CSS_SELECTOR, ".changed").text, r"^changed \d\d:\d\d:\d\d$")
+        self.assertRegex(card.find_element(By.CSS_SELECTOR, ".changed").text, r"^updated (just now|\d+ s ago)$")
         self.assertEqual(len(card.find_elements(By.CSS_SELECTOR, "canvas")), 1, "AI1 is trended")
         self.assertEqual(len(self.browser.find_elements(By.CSS_SELECTOR, '[data-var="Q1"] .switch')), 1)
         self.assertEqual(len(self.browser.find_elements(By.CSS_SELECTOR, '[data-var="AQ1"] input')), 1)
@@ -266,15 +279,61 @@ class PanelInBrowser(unittest.TestCase):
             shutil.copyfile(path, target)
         print("screenshot: %s" % (target or path), file=sys.stderr)
 
-    def test_6_nothing_from_other_sites(self):
+    def test_6_controller_lost_and_back(self):
+        """A controller that stops answering: the link says since when and why,
+        and values turn stale at once; then it comes back."""
+        self.browser.get(self.base + "screen/overview")
+        wait_until(lambda: self.link_text().startswith("link ok"), "the link ok")
+        self.sim.tell("pause")
+        wait_until(lambda: re.match(r"^not answering since \d\d:\d\d:\d\d: connection refused$", self.link_text()),
+                   "the link saying the controller refuses connections")
+        card = self.browser.find_element(By.CSS_SELECTOR, '[data-var="AI1"]')
+        wait_until(lambda: card.get_attribute("data-state") != "ok", "AI1 no longer shown as good")
+        self.assertNotEqual(card.find_element(By.CSS_SELECTOR, ".state").text, "ok")
+        self.browser.save_screenshot(os.path.join(ARGS.out, "panel-link-down.png"))
+        status = self.api("/api/status")
+        self.assertEqual(status["link"]["link"]["state"], "not answering")
+        self.assertEqual(status["link"]["link"]["cause"], "connection refused")
+        self.sim.tell("resume")
+        wait_until(lambda: self.link_text().startswith("link ok"), "the link ok again")
+        wait_until(lambda: card.get_attribute("data-state") == "ok", "AI1 good again")
+
+    def test_7_past_the_viewer_limit(self):
+        """A panel that serves one screen at a time: a second browser is told
+        so in words and gets its screen by itself once the first leaves."""
+        panel = Program([ARGS.logohost, "--driver", ARGS.driver, "--plc", "127.0.0.1:%d" % self.sim_port,
+                         "panel", "--listen", "127.0.0.1:0", "--max-viewers", "1"])
+        try:
+            base = panel.first(r"open (http://127\.0\.0\.1:\d+/)").group(1)
+            self.bases.append(base)
+            self.browser.get(base + "screen/overview")
+            wait_until(lambda: re.match(r"^\d", self.reading("AI1")), "a value for the first viewer")
+            first = self.browser.current_window_handle
+            self.browser.switch_to.new_window("tab")
+            self.browser.get(base + "screen/inputs")
+            waiting = lambda: [n.text for n in self.browser.find_elements(By.CSS_SELECTOR, ".notice.waiting")]
+            wait_until(lambda: any("at most 1 screens at once" in text for text in waiting()), "the limit told")
+            self.browser.switch_to.window(first)
+            self.browser.get(base + "status")
+            self.browser.switch_to.window(self.browser.window_handles[-1])
+            wait_until(lambda: re.match(r"^\d", self.reading("AI3")), "the second viewer served once the first left")
+            self.assertEqual(waiting(), [])
+            self.browser.close()
+            self.browser.switch_to.window(first)
+        finally:
+            self.assertEqual(panel.stop(), 0)
+
+    def test_8_nothing_from_other_sites(self):
         self.collect_requests()
         self.assertTrue(self.requested, "no requests logged")
         # The browser's own pages (chrome://, about:) are no network traffic.
         network = [url for url in self.requested if re.match(r"(https?|wss?)://", url)]
         self.assertTrue(any(url.startswith(self.base + "api/events") for url in network), "the log missed the page")
-        foreign = [url for url in network if not url.startswith(self.base)]
+        foreign = [url for url in network if not any(url.startswith(base) for base in self.bases)]
         self.assertEqual(foreign, [])
-        problems = [e["message"] for e in self.browser.get_log("browser") if e["level"] == "SEVERE"]
+        # The one refusal the page meets on purpose: the viewer limit's 503.
+        problems = [e["message"] for e in self.browser.get_log("browser")
+                    if e["level"] == "SEVERE" and "status of 503" not in e["message"]]
         self.assertEqual(problems, [], "errors in the browser's console")
 
 
@@ -285,6 +344,7 @@ def main():
     parser.add_argument("--driver", required=True)
     parser.add_argument("--out", required=True, help="where the screenshot goes")
     ARGS, rest = parser.parse_known_args()
+    os.makedirs(ARGS.out, exist_ok=True)
     if not shutil.which("chromium") or not shutil.which("chromedriver"):
         print("SKIPPED: chromium and chromium-driver are not installed (scripts/install-deps.sh test installs them)")
         return SKIPPED

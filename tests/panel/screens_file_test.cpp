@@ -4,7 +4,7 @@
 
 #include <string>
 
-#include "host/panel/screens_file.h"
+#include "host/model/screens_file.h"
 
 namespace {
 

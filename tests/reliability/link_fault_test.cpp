@@ -59,8 +59,8 @@ TEST_P(LinkFault, GivesUpAsDocumentedThenResumes)
         EXPECT_EQ(RC_RETRYING, h.results[0].returnCode);
         EXPECT_EQ(RC_RETRYING, h.results[1].returnCode);
         EXPECT_EQ(c.giveUpCode, h.results[2].returnCode);
-        EXPECT_EQ(0u, h.results[2].refusal.rfind(c.refusal, 0)) << h.results[2].refusal;
-        EXPECT_EQ(*c.refusal == '\0', h.results[2].refusal.empty()) << h.results[2].refusal;
+        EXPECT_EQ(0u, h.results[2].failure.refusal.rfind(c.refusal, 0)) << h.results[2].failure.refusal;
+        EXPECT_EQ(*c.refusal == '\0', h.results[2].failure.refusal.empty()) << h.results[2].failure.refusal;
         EXPECT_TRUE(h.results[2].failCallback);
         EXPECT_EQ(AREA_VW, h.results[2].area);
     }
@@ -93,7 +93,7 @@ TEST_P(LinkFault, GivesUpAsDocumentedThenResumes)
     });
     EXPECT_EQ(QByteArray::fromHex("e110"), image);
     if (c.reconnects) {
-        EXPECT_GT(h.link->connections(), 1);
+        EXPECT_GT(h.links->link(0).connections(), 1);
     }
 }
 

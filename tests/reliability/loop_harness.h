@@ -24,12 +24,14 @@ public:
         std::string error;
         EXPECT_TRUE(sim.start(&error)) << error;
         EXPECT_TRUE(logohost::loadDriver(LOGO_DRIVER_PATH, &api, &error)) << error;
-        link.reset(new logohost::TcpLink("127.0.0.1", sim.port(), timeout, trace));
-        loop.reset(new logohost::CommLoop(api, info, *link, trace, [this](const logohost::RequestResult& r) {
+        links.reset(new logohost::LinkSet({{"sim", "127.0.0.1", sim.port(), -1}}, timeout, trace));
+        logohost::LoopHooks hooks;
+        hooks.onResult = [this](const logohost::RequestResult& r) {
             std::lock_guard<std::mutex> lock(mutex);
             results.push_back(r);
             stamps.push_back(clock.load());
-        }));
+        };
+        loop.reset(new logohost::CommLoop(api, info, *links, trace, hooks));
     }
     ~LoopHarness() { loop->stop(); }
 
@@ -69,7 +71,7 @@ public:
     logosim::Simulator sim;
     logohost::DriverApi api;
     logohost::Trace trace{false};
-    std::unique_ptr<logohost::TcpLink> link;
+    std::unique_ptr<logohost::LinkSet> links;
     std::unique_ptr<logohost::CommLoop> loop;
     std::mutex mutex;
     std::vector<logohost::RequestResult> results;

@@ -256,7 +256,7 @@ void soak(bool faults)
     EXPECT_EQ(figures.writesQueued, written + givenUp + discarded + superseded);
     EXPECT_EQ(0, lost);
     EXPECT_GT(checked, 0);
-    const auto& counters = h.loop->counters();
+    const auto& counters = h.loop->counters(0);
     std::printf("soak%s: %.1f s, writes queued %ld = written %ld + superseded by a later write %ld + given up %ld + "
                 "last writes discarded with a give-up %ld; %ld targets checked; one-shot reads %ld, image reads %ld, station switches %ld, "
                 "rebuilds %ld; frames %llu, replies %llu, refused %llu, requests given up %llu, connections %llu, "
@@ -268,7 +268,7 @@ void soak(bool faults)
                 static_cast<unsigned long long>(counters.replies.load()),
                 static_cast<unsigned long long>(counters.refused.load()),
                 static_cast<unsigned long long>(counters.failures.load()),
-                static_cast<unsigned long long>(h.link->connections()), restarts.load());
+                static_cast<unsigned long long>(h.links->link(0).connections()), restarts.load());
 }
 
 TEST(Soak, WritesSurviveBusyHostThreads) { soak(false); }

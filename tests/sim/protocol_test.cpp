@@ -175,7 +175,7 @@ const AreaCase kAreas[] = {
     {"M", kFcReadCoils, 8256, 2, 1, 64, Area::M},
     {"I", kFcReadDiscreteInputs, 0, 0, 1, 24, Area::I},
     {"AI", kFcReadInputRegisters, 0, 4, 1, 8, Area::AI},
-    {"VW", kFcReadHoldingRegisters, 0, 7, 0, 426, Area::VW},
+    {"VW", kFcReadHoldingRegisters, 0, 7, 0, 425, Area::VW},
     {"AQ", kFcReadHoldingRegisters, 512, 5, 1, 8, Area::AQ},
     {"AM", kFcReadHoldingRegisters, 528, 6, 1, 64, Area::AM},
 };
@@ -200,10 +200,10 @@ TEST(ModbusRequest, LimitsAndMalformedRequests)
         {"coil value not FF00 or 0000", modbus(kFcWriteSingleCoil, 0, 0x1234), kExIllegalDataValue},
         {"write 1968 coils", modbus(kFcWriteMultipleCoils, 0, 1968, Bytes(246, 0)), kOk},
         {"write 1969 coils", modbus(kFcWriteMultipleCoils, 0, 1969, Bytes(247, 0xFF)), kExIllegalDataValue},
-        {"write 123 registers", modbus(kFcWriteMultipleRegisters, 303, 123, Bytes(246, 0)), kOk},
+        {"write 123 registers", modbus(kFcWriteMultipleRegisters, 302, 123, Bytes(246, 0)), kOk},
         {"coil byte count too small", modbus(kFcWriteMultipleCoils, 0, 9, {0xFF}), kExIllegalDataValue},
         {"value missing", modbus(kFcWriteMultipleRegisters, 0, 1), kExIllegalDataValue},
-        {"registers crossing VW end", modbus(kFcWriteMultipleRegisters, 425, 2, Bytes(4, 0xFF)), kExIllegalDataAddress},
+        {"registers crossing VW end", modbus(kFcWriteMultipleRegisters, 424, 2, Bytes(4, 0xFF)), kExIllegalDataAddress},
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.name);

@@ -5,6 +5,7 @@
 
 const WINDOWS = [{ label: "1 min", ms: 60e3 }, { label: "5 min", ms: 300e3 }, { label: "10 min", ms: 600e3 }];
 const STATUS_POLL_MS = 1000;
+const STREAM_RETRY_MS = 5000;
 
 function el(tag, attrs, children) {
   const node = document.createElement(tag);
@@ -34,8 +35,6 @@ async function api(path, body) {
   return data;
 }
 
-function shortTime(text) { return text ? text.replace(/\.\d+$/, "") : ""; }
-
 // ---- the bar ---------------------------------------------------------------
 
 function fillBar(config, current) {
@@ -49,10 +48,9 @@ function fillBar(config, current) {
   tabs.append(el("a", { href: "/status", "aria-current": current === "/status" ? "page" : null, text: "Status" }));
 }
 
-let previousLink = null;
-
-// Green while replies come, red while frames go out unanswered, amber with
-// a station switched off.
+// The link as the panel's own state machine tells it: "connecting" until
+// the first reply, "ok" while replies come, and "not answering since ...:
+// cause" until they come again; amber with a station switched off.
 function showLink(status, streamUp) {
   const pill = document.getElementById("link");
   const text = pill.querySelector(".link-text");
@@ -62,20 +60,30 @@ function showLink(status, streamUp) {
     text.textContent = "panel unreachable, retrying";
     return;
   }
-  const link = status.link;
-  const answered = !previousLink || link.frames === previousLink.frames || link.replies > previousLink.replies;
-  previousLink = link;
+  const link = status.link, state = link.link;
   const off = status.stations.filter((s) => !s.on).map((s) => s.station);
-  if (!answered) {
+  if (state.state === "not answering") {
     pill.dataset.state = "bad";
-    text.textContent = "no reply from the controller";
+    text.textContent = "not answering since " + localTime(state.since) + ": " + state.cause;
+  } else if (state.state === "connecting") {
+    pill.dataset.state = "connecting";
+    text.textContent = "connecting";
   } else if (off.length) {
     pill.dataset.state = "warn";
     text.textContent = "station " + off.join(", ") + " off";
   } else {
-    pill.dataset.state = link.replies > 0 ? "ok" : "connecting";
-    text.textContent = link.replies > 0 ? "link ok · " + Math.round(link.framesPerSecond) + " frames/s" : "connecting";
+    pill.dataset.state = "ok";
+    text.textContent = "link ok · " + Math.round(link.framesPerSecond) + " frames/s";
   }
+}
+
+function localTime(iso) { return iso ? new Date(iso).toLocaleTimeString([], { hour12: false }) : ""; }
+
+function ageText(seconds) {
+  if (seconds < 1.5) return "updated just now";
+  if (seconds < 90) return "updated " + Math.round(seconds) + " s ago";
+  if (seconds < 5400) return "updated " + Math.round(seconds / 60) + " min ago";
+  return "updated " + Math.round(seconds / 3600) + " h ago";
 }
 
 // ---- trend charts ----------------------------------------------------------
@@ -190,7 +198,7 @@ class ItemCard {
     this.bit = item.kind === "bit";
     this.reading = el("span", { class: "reading", text: "—" });
     this.state = el("span", { class: "state", "data-state": "never-read", text: "never read" });
-    this.changed = el("span", { class: "changed", title: "time of the last change" });
+    this.changed = el("span", { class: "changed" });
     const value = el("div", { class: "value" });
     if (this.bit) {
       this.lamp = el("span", { class: "lamp", "aria-hidden": "true" });
@@ -268,22 +276,36 @@ class ItemCard {
     }
   }
 
+  // A value carries its truth: the page shows what the panel says of it,
+  // and a bit never read shows no state at all rather than "off".
   update(state) {
     this.node.dataset.state = state.stateClass;
     this.reading.textContent = state.text;
     this.state.dataset.state = state.stateClass;
     this.state.textContent = state.state;
-    this.changed.textContent = state.changedAt ? "changed " + shortTime(state.changedAt) : "";
-    this.changed.title = state.changedAt ? "last change " + state.changedAt : "";
-    const on = state.raw !== null && state.raw !== 0;
-    if (this.lamp) this.lamp.classList.toggle("on", on && state.stateClass === "ok");
+    this.state.title = state.why || "";
+    this.age = state.age;
+    this.ageAt = Date.now();
+    this.changed.title = state.changedAt ? "last change " + localTime(state.changedAt) : "";
+    this.tickAge();
+    const known = state.raw !== null;
+    const on = known && state.raw !== 0;
+    if (this.lamp) {
+      this.lamp.classList.toggle("on", on);
+      this.lamp.classList.toggle("unknown", !known);
+    }
     if (this.switch) {
-      this.switch.setAttribute("aria-checked", on ? "true" : "false");
+      this.switch.setAttribute("aria-checked", known ? (on ? "true" : "false") : "mixed");
       const next = on ? this.item.off : this.item.on;
       this.switch.setAttribute("aria-label", "switch " + this.item.label + " to " + next);
-      this.switch.title = "switch to " + next;
-      this.switchText.textContent = on ? "on" : "off";
+      this.switch.title = known ? "switch to " + next : "state not known";
+      this.switchText.textContent = known ? (on ? "on" : "off") : "—";
     }
+  }
+
+  tickAge() {
+    if (this.age === null || this.age === undefined) { this.changed.textContent = ""; return; }
+    this.changed.textContent = ageText(this.age + (Date.now() - this.ageAt) / 1000);
   }
 }
 
@@ -327,22 +349,52 @@ async function showScreen(config, main) {
   const head = el("div", { class: "page-head" }, [el("h1", { text: screen.title }), config.canReadNow ? readNow : null]);
   main.replaceChildren(head, noticeFor(config) || "", grid);
   for (const card of cards.values()) card.chart?.draw();
+  window.addEventListener("pageshow", (event) => { if (event.persisted) location.reload(); });
 
+  openStream(name, cards, main);
+  // Ages and charts move with time even while values stand still.
+  setInterval(() => {
+    for (const card of cards.values()) { card.tickAge(); card.chart?.schedule(); }
+  }, 1000);
+}
+
+// The open stream is what keeps this screen scanned: a page the browser
+// keeps for its back button must not hold it. Back again, it starts afresh.
+// A stream the panel refuses (all its places taken) or that breaks is
+// opened again after a while, and the page says why in the meantime.
+function openStream(name, cards, main) {
   let lastStatus = null;
   const events = new EventSource("/api/events?screen=" + encodeURIComponent(name));
+  events.addEventListener("open", () => showWaiting(main, null));
   events.addEventListener("items", (event) => {
     const data = JSON.parse(event.data);
     for (const state of data.items) cards.get(state.var)?.update(state);
     for (const [variable, points] of Object.entries(data.trends || {})) cards.get(variable)?.chart?.add(points);
   });
   events.addEventListener("status", (event) => { lastStatus = JSON.parse(event.data); showLink(lastStatus, true); });
-  events.addEventListener("error", () => showLink(lastStatus, false));
-  // The open stream is what keeps this screen scanned: a page the browser
-  // keeps for its back button must not hold it. Back again, it starts afresh.
-  window.addEventListener("pagehide", () => events.close());
-  window.addEventListener("pageshow", (event) => { if (event.persisted) location.reload(); });
-  // Charts move with time even while their values stand still.
-  setInterval(() => { for (const card of cards.values()) card.chart?.schedule(); }, 1000);
+  events.addEventListener("error", async () => {
+    if (events.readyState !== EventSource.CLOSED) { showLink(lastStatus, false); return; }
+    let status = null;
+    try { status = await api("/api/status"); } catch (error) { status = null; }
+    showLink(status, status !== null);
+    const full = status && status.scan.openStreams >= status.scan.streamLimit;
+    showWaiting(main, full
+      ? "This panel shows at most " + status.scan.streamLimit + " screens at once and all are open in other browsers. " +
+        "Trying again every " + STREAM_RETRY_MS / 1000 + " s."
+      : "The panel did not answer. Trying again every " + STREAM_RETRY_MS / 1000 + " s.");
+    setTimeout(() => openStream(name, cards, main), STREAM_RETRY_MS);
+  });
+  window.addEventListener("pagehide", () => events.close(), { once: true });
+}
+
+function showWaiting(main, message) {
+  let notice = main.querySelector(".notice.waiting");
+  if (!message) { notice?.remove(); return; }
+  if (!notice) {
+    notice = el("p", { class: "notice waiting", role: "status" });
+    main.querySelector(".page-head")?.after(notice);
+  }
+  notice.textContent = message;
 }
 
 function showIndex(config, main) {
@@ -388,11 +440,22 @@ function showStatus(config, main) {
         el("td", {}, [toggle]),
       ]);
     });
+    const controllers = status.controllers.map((c) => el("tr", { "data-controller": c.name }, [
+      el("td", { text: c.name }), el("td", { class: "note", text: c.address }),
+      el("td", {}, [el("span", { class: "state", "data-state": linkClass(c.link.state), text: linkWords(c.link) })]),
+      el("td", { text: String(c.framesPerSecond) }), el("td", { text: String(c.failures) }),
+      el("td", { text: String(c.connections) }), el("td", { text: String(c.losses) })]));
     main.replaceChildren(
       el("div", { class: "page-head" }, [el("h1", { text: "Status" }), el("span", { class: "note", text: "controller " + status.controller })]),
       el("section", { class: "block" }, [el("h2", { text: "Link" }), el("div", { class: "figures" }, [
+        figure("state", linkWords(link.link)),
         figure("frames / s", Math.round(link.framesPerSecond)), figure("frames", link.frames), figure("replies", link.replies),
         figure("failures", link.failures), figure("refused", link.refused), figure("connections", link.connections)])]),
+      el("section", { class: "block" }, [el("h2", { text: "Controllers" }), el("div", { class: "item" }, [
+        el("table", { class: "stations controllers" }, [
+          el("thead", {}, [el("tr", {}, ["controller", "address", "link", "frames / s", "failures", "connections", "times lost"]
+            .map((h) => el("th", { text: h })))]),
+          el("tbody", {}, controllers)])])]),
       el("section", { class: "block" }, [el("h2", { text: "Scan" }), el("div", { class: "figures" }, [
         figure("screens open", scan.screens.length ? scan.screens.join(", ") : "none"), figure("variables", scan.variables),
         figure("requests per pass", scan.requests), figure("trended", scan.trends), figure("period", scan.periodSeconds + " s"),
@@ -403,6 +466,12 @@ function showStatus(config, main) {
           el("tbody", {}, rows)])])]));
   });
 }
+
+function linkWords(link) {
+  return link.state === "not answering" ? "not answering since " + localTime(link.since) + ": " + link.cause : link.state;
+}
+
+function linkClass(state) { return state === "ok" ? "ok" : state === "connecting" ? "never-read" : "no-reply"; }
 
 function pollStatus(render) {
   const tick = async () => {

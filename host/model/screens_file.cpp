@@ -1,4 +1,4 @@
-#include "host/panel/screens_file.h"
+#include "host/model/screens_file.h"
 
 #include <cmath>
 #include <cstdio>
@@ -10,7 +10,7 @@
 #include <nlohmann/json.hpp>
 
 #include "host/notation/value_codec.h"
-#include "host/panel/embedded_files.h"
+#include "host/embedded_file.h"
 
 namespace logohost {
 namespace {
@@ -284,7 +284,7 @@ bool loadScreensFile(const std::string& path, StationContext stations, ScreenSet
 
 ScreenSet builtInScreens(StationContext stations)
 {
-    const EmbeddedFile* file = findEmbeddedFile("builtin_screens.json");
+    const EmbeddedFile* file = findModelFile("builtin_screens.json");
     ScreenSet set;
     std::string error;
     if (!file || !parseScreens(std::string(file->data, file->size), "built-in screens", stations, &set, &error))

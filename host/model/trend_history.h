@@ -41,8 +41,6 @@ private:
     void append(std::deque<TrendPoint>* series, TrendPoint point);
 };
 
-// "2024-05-01T14:03:07.123" in local time, for CSV files a spreadsheet reads.
-std::string localTimestamp(int64_t epochMs);
 
 }  // namespace logohost
 

@@ -1,4 +1,4 @@
-#include "host/panel/subscriptions.h"
+#include "host/model/subscriptions.h"
 
 namespace logohost {
 

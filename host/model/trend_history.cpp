@@ -1,4 +1,4 @@
-#include "host/panel/trend_history.h"
+#include "host/model/trend_history.h"
 
 #include <cmath>
 #include <cstdio>
@@ -53,15 +53,5 @@ std::vector<TrendPoint> TrendHistory::points(size_t variable, int64_t since) con
     return result;
 }
 
-std::string localTimestamp(int64_t epochMs)
-{
-    const std::time_t seconds = static_cast<std::time_t>(epochMs / 1000);
-    std::tm local{};
-    localtime_r(&seconds, &local);
-    char text[40];
-    const size_t length = std::strftime(text, sizeof text, "%Y-%m-%dT%H:%M:%S", &local);
-    std::snprintf(text + length, sizeof text - length, ".%03d", static_cast<int>(epochMs % 1000));
-    return text;
-}
 
 }  // namespace logohost

@@ -1,6 +1,6 @@
-#include "host/panel/once_reads.h"
+#include "host/binding/once_reads.h"
 
-#include "host/notation/reply_words.h"
+#include "host/notation/return_codes.h"
 
 namespace logohost {
 namespace {
@@ -19,7 +19,7 @@ void OnceReads::add(int sourceId, int station)
 
 void OnceReads::onReadDone(int sourceType, int sourceId, int status)
 {
-    if (sourceType != kOnceReadSourceType)
+    if (sourceType != sourceType_)
         return;
     const std::lock_guard<std::mutex> lock(mutex_);
     const auto found = reads_.find(sourceId);
@@ -27,12 +27,11 @@ void OnceReads::onReadDone(int sourceType, int sourceId, int status)
         return;
     found->second.done = true;
     found->second.ok = status == kReadDone;
-    changed_.notify_all();
 }
 
 void OnceReads::onResult(const RequestResult& result)
 {
-    if (result.sourceType != kOnceReadSourceType || result.returnCode == RC_RETRYING)
+    if (result.sourceType != sourceType_ || result.returnCode == RC_RETRYING)
         return;
     const std::lock_guard<std::mutex> lock(mutex_);
     const auto found = reads_.find(result.sourceId);
@@ -40,8 +39,7 @@ void OnceReads::onResult(const RequestResult& result)
         return;
     found->second.resultSeen = true;
     if (isFinalFailure(result.returnCode))
-        found->second.reason = failureText(result.returnCode, result.exceptionCode, result.refusal);
-    changed_.notify_all();
+        found->second.reason = failureText(result.failure);
 }
 
 void OnceReads::fail(int sourceId, const std::string& reason)
@@ -52,7 +50,6 @@ void OnceReads::fail(int sourceId, const std::string& reason)
     read.ok = false;
     read.resultSeen = true;
     read.reason = reason;
-    changed_.notify_all();
 }
 
 void OnceReads::dropStation(int station, const std::string& reason)
@@ -60,26 +57,33 @@ void OnceReads::dropStation(int station, const std::string& reason)
     const std::lock_guard<std::mutex> lock(mutex_);
     for (auto& entry : reads_) {
         OnceRead& read = entry.second;
-        if (read.station != station || read.done)
+        if (read.station != station || isSettled(read))
             continue;
         read.done = true;
         read.resultSeen = true;
         read.reason = reason;
     }
-    changed_.notify_all();
 }
 
-bool OnceReads::waitFor(const std::vector<int>& sourceIds, std::chrono::steady_clock::time_point deadline) const
+std::vector<int> OnceReads::pendingStations() const
 {
-    std::unique_lock<std::mutex> lock(mutex_);
-    return changed_.wait_until(lock, deadline, [&] {
-        for (const int id : sourceIds) {
-            const auto found = reads_.find(id);
-            if (found != reads_.end() && !settled(found->second))
-                return false;
-        }
-        return true;
-    });
+    const std::lock_guard<std::mutex> lock(mutex_);
+    std::vector<int> stations;
+    for (const auto& entry : reads_)
+        if (!isSettled(entry.second))
+            stations.push_back(entry.second.station);
+    return stations;
+}
+
+bool OnceReads::settled(const std::vector<int>& sourceIds) const
+{
+    const std::lock_guard<std::mutex> lock(mutex_);
+    for (const int id : sourceIds) {
+        const auto found = reads_.find(id);
+        if (found != reads_.end() && !isSettled(found->second))
+            return false;
+    }
+    return true;
 }
 
 OnceRead OnceReads::outcome(int sourceId) const

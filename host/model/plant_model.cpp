@@ -1,0 +1,240 @@
+#include "host/model/plant_model.h"
+
+#include <map>
+#include <set>
+
+namespace logohost {
+namespace {
+
+constexpr std::chrono::minutes kTrendWindow{10};
+constexpr std::chrono::milliseconds kTrendStep{200};
+
+}  // namespace
+
+PanelVariables indexVariables(const ScreenSet& screens, bool multiStation, int defaultStation)
+{
+    PanelVariables index;
+    std::map<std::string, size_t> byKey;
+    std::set<int> stations;
+    for (const PanelScreen& screen : screens.screens) {
+        index.screenVars.emplace_back();
+        for (const PanelItem& item : screen.items) {
+            Variable var = item.var;
+            if (var.station == kNoStation && multiStation)
+                var.station = defaultStation;
+            const std::string key = variableKey(var, StationContext{multiStation, defaultStation});
+            auto found = byKey.find(key);
+            if (found == byKey.end()) {
+                found = byKey.emplace(key, index.vars.size()).first;
+                PanelVariable entry;
+                entry.var = var;
+                entry.item = &item;
+                entry.station = multiStation ? var.station : defaultStation;
+                index.vars.push_back(entry);
+                stations.insert(entry.station);
+            }
+            PanelVariable& entry = index.vars[found->second];
+            if (item.write && !entry.writable)
+                entry.writable = &item;
+            if (item.trend && entry.trend < 0) {
+                entry.trend = static_cast<int>(index.trendVars.size());
+                index.trendVars.push_back(found->second);
+            }
+            index.screenVars.back().push_back(found->second);
+        }
+    }
+    index.stations.assign(stations.begin(), stations.end());
+    return index;
+}
+
+PlantModel::PlantModel(ScreenSet screens, PlantSettings settings)
+    : screens_(std::move(screens)),
+      settings_(settings),
+      index_(indexVariables(screens_, settings_.multiStation, settings_.defaultStation)),
+      trends_(index_.trendVars.size(), kTrendWindow, kTrendStep),
+      subscriptions_(screens_.screens.size(), settings_.lease),
+      screensScanned_(screens_.screens.size(), false)
+{
+}
+
+std::vector<Variable> PlantModel::variables() const
+{
+    std::vector<Variable> all;
+    for (const PanelVariable& var : index_.vars)
+        all.push_back(var.var);
+    return all;
+}
+
+void PlantModel::attach(Session& session)
+{
+    session_ = &session;
+    session.addResultObserver([this](const RequestResult& result) {
+        if (result.rwType == 0)
+            recordTrends();
+    });
+    const std::lock_guard<std::mutex> lock(scanMutex_);
+    refreshScanLocked();
+}
+
+int PlantModel::findScreen(const std::string& name) const
+{
+    for (size_t s = 0; s < screens_.screens.size(); ++s)
+        if (screens_.screens[s].name == name)
+            return static_cast<int>(s);
+    return -1;
+}
+
+int PlantModel::findVar(const std::string& varText, bool* badText, std::string* error) const
+{
+    Variable var;
+    *badText = !parseVariable(varText, settings_.multiStation, &var, error);
+    if (*badText)
+        return -1;
+    const StationContext stations{settings_.multiStation, settings_.defaultStation};
+    const std::string key = variableKey(var, stations);
+    for (size_t v = 0; v < index_.vars.size(); ++v)
+        if (var.count == 1 && variableKey(index_.vars[v].var, stations) == key)
+            return static_cast<int>(v);
+    *error = varText + " is on no screen of this panel";
+    return -1;
+}
+
+// ---- what is scanned ---------------------------------------------------------
+
+void PlantModel::refreshScanLocked()
+{
+    const std::vector<bool> wanted = subscriptions_.wanted(session_->clock().steady());
+    std::vector<bool> include(index_.vars.size(), false);
+    for (const size_t var : index_.trendVars)
+        include[var] = true;
+    for (size_t s = 0; s < wanted.size(); ++s)
+        if (wanted[s])
+            for (const size_t var : index_.screenVars[s])
+                include[var] = true;
+    std::vector<size_t> scanned;
+    for (size_t v = 0; v < include.size(); ++v)
+        if (include[v])
+            scanned.push_back(v);
+    const bool listChanged = !listGiven_ || scanned != scanned_;
+    if (!listChanged && wanted == screensScanned_)
+        return;
+    scanned_ = scanned;
+    screensScanned_ = wanted;
+    if (listChanged) {
+        cyclicRequests_ = session_->scan(scanned);
+        listGiven_ = true;
+    }
+}
+
+int PlantModel::openStream(size_t screen)
+{
+    const std::lock_guard<std::mutex> lock(scanMutex_);
+    const int stream = subscriptions_.open(screen);
+    refreshScanLocked();
+    return stream;
+}
+
+void PlantModel::closeStream(int stream)
+{
+    const std::lock_guard<std::mutex> lock(scanMutex_);
+    subscriptions_.close(stream);
+    refreshScanLocked();
+}
+
+void PlantModel::refreshLeases()
+{
+    const std::lock_guard<std::mutex> lock(scanMutex_);
+    refreshScanLocked();
+}
+
+void PlantModel::pollScreen(size_t screen)
+{
+    if (screen >= index_.screenVars.size())
+        return;
+    bool wasScanned = false;
+    {
+        const std::lock_guard<std::mutex> lock(scanMutex_);
+        wasScanned = screensScanned_[screen];
+        subscriptions_.poll(screen, session_->clock().steady());
+        refreshScanLocked();
+    }
+    if (wasScanned)
+        return;
+    const std::vector<size_t>& vars = index_.screenVars[screen];
+    std::vector<uint64_t> before;
+    for (const size_t var : vars)
+        before.push_back(session_->element(var).lastResult);
+    session_->waitUntil(session_->clock().steady() + settings_.firstPollWait, [&] {
+        for (size_t i = 0; i < vars.size(); ++i)
+            if (session_->element(vars[i]).lastResult == before[i])
+                return false;
+        return true;
+    });
+}
+
+// ---- views -----------------------------------------------------------------
+
+ItemState PlantModel::itemState(size_t var, const std::string& text) const
+{
+    return ItemState{text, index_.vars.at(var).item, session_->element(var)};
+}
+
+std::vector<ItemState> PlantModel::screenState(size_t screen) const
+{
+    std::vector<ItemState> states;
+    if (screen >= index_.screenVars.size())
+        return states;
+    const std::vector<PanelItem>& items = screens_.screens[screen].items;
+    for (size_t i = 0; i < items.size(); ++i) {
+        ItemState state = itemState(index_.screenVars[screen][i], items[i].varText);
+        state.item = &items[i];
+        states.push_back(state);
+    }
+    return states;
+}
+
+int PlantModel::findTrend(const std::string& varText) const
+{
+    bool badText = false;
+    std::string error;
+    const int var = findVar(varText, &badText, &error);
+    return var < 0 ? -1 : index_.vars[var].trend;
+}
+
+const PanelItem& PlantModel::trendItem(int trend) const { return *index_.vars[index_.trendVars.at(trend)].item; }
+
+std::vector<TrendPoint> PlantModel::trendPoints(int trend, int64_t since) const
+{
+    return trends_.points(static_cast<size_t>(trend), since);
+}
+
+// A trended variable covered by the result that was just counted.
+void PlantModel::recordTrends()
+{
+    const uint64_t current = session_->resultCount();
+    for (size_t t = 0; t < index_.trendVars.size(); ++t) {
+        const ElementStatus element = session_->element(index_.trendVars[t]);
+        if (element.lastResult != current)
+            continue;
+        if (element.quality == Quality::Ok)
+            trends_.add(t, element.readAtMs, static_cast<double>(element.value));
+        else
+            trends_.addGap(t, session_->clock().wallMs());
+    }
+}
+
+ScanFigures PlantModel::scanFigures() const
+{
+    ScanFigures figures;
+    const std::lock_guard<std::mutex> lock(scanMutex_);
+    for (size_t s = 0; s < screensScanned_.size(); ++s)
+        if (screensScanned_[s])
+            figures.scannedScreens.push_back(screens_.screens[s].name);
+    figures.variables = static_cast<int>(scanned_.size());
+    figures.requests = cyclicRequests_;
+    figures.trends = static_cast<int>(index_.trendVars.size());
+    figures.openStreams = subscriptions_.openStreams();
+    return figures;
+}
+
+}  // namespace logohost
