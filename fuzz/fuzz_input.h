@@ -112,7 +112,7 @@ public:
         *info_ = ComInfo();
         SetComInfo(info_);
     }
-    ~DriverSession() { PLC_driver.clearCommunicationState(); }
+    ~DriverSession() { PLC_driver.clearAllButImageArrays(); }
 
 private:
     ComInfo* info_;

@@ -4,7 +4,7 @@
 #include <random>
 
 #include "driver_fixture.h"
-#include "image/bounds.h"
+#include "modbus/areas.h"
 #include "image/station_image.h"
 #include "modbus/areas.h"
 #include "varlist/address_text.h"
@@ -88,7 +88,7 @@ QList<RW_VAR> rebuild(const QList<HOSTVAR>& vars, const ComInfo& info)
         t.area = v.area;
         t.address = StringAddressToInt(v.area, v.addressText);
         t.station = info.multiStation ? v.station : info.defaultStation;
-        if (t.address < 0 || t.address >= IMAGE_AREA_SIZE || v.area > 7 || v.count < 0)
+        if (t.address < 0 || t.address >= ELEMENTS_PER_AREA || v.area > 7 || v.count < 0)
             continue;
         t.count = clipToArea(t.address, v.count);
         const int pieceLen = v.area <= 3 ? 1 : maxLen;

@@ -116,13 +116,12 @@ TEST_F(DriverTest, StoreOfAShortReply)
     for (int multiStation : {0, 1}) {
         info.multiStation = multiStation;
         for (const RW_VAR& var : {record(AREA_VW, 10, 2, 4), record(AREA_M, 7, 2, 4)}) {
-            // The frame in flight: a 9-byte header, then two bytes per word or one per bit.
-            PLC_driver.frameQueue.clear();
-            Protocol& p = PLC_driver.frameQueue.append(0);
+            // The frame answered: a 9-byte header, then two bytes per word or one per bit.
+            Protocol p = Protocol();
             p.replyHeaderLength = 9;
             p.dataLength = var.area == AREA_VW ? 4 : 2;
             p.var = var;
-            SaveToLocalDataErea(&reply);
+            SaveToLocalDataErea(p, &reply);
         }
     }
     EXPECT_EQ(PLC_driver.wordImage[3][10], 0x0102);

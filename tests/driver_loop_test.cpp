@@ -262,6 +262,24 @@ TEST_F(LoopTest, CyclicEntryWithoutAFrameNeverHoldsTheScan)
     EXPECT_LE(served, 4);  // and the bad entry never went out
 }
 
+// A write enters the image as its frame is built, even where its area has
+// none; while the link is down a Modbus write leaves that to the host's write.
+TEST_F(LoopTest, WriteEntersTheImageAsItsFrameIsBuilt)
+{
+    struct Row { int remoteMode, linkDown, area; bool framed; const char* image; } rows[] = {
+        {0, 0, AREA_VW, true, "34 12"}, {0, 1, AREA_VW, true, "00 00"}, {1, 1, AREA_VW, true, "34 12"},
+        {0, 0, AREA_I, false, "01"},    {0, 1, AREA_I, false, "00"}};
+    for (const Row& row : rows) {
+        SCOPED_TRACE(::testing::Message() << "row " << &row - rows);
+        SetUp();
+        info.remoteMode = row.remoteMode;
+        addWrite(record(row.area, 4, 1, 1, 0, 0, row.area == AREA_I ? "01" : "34 12"), QUEUE_UNCONDITIONAL);
+        PLC_driver.commFailed = static_cast<unsigned char>(row.linkDown);
+        EXPECT_EQ(ComCommunication() != nullptr, row.framed);
+        EXPECT_EQ(image(row.area, "4", 1, 1), row.image);
+    }
+}
+
 TEST_F(LoopTest, RemoteModeQueuesSendRemoteFramesEachCompletedByItsReply)
 {
     info.remoteMode = 1;

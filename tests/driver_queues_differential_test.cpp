@@ -5,7 +5,7 @@
 #include <random>
 
 #include "driver_fixture.h"
-#include "image/bounds.h"
+#include "modbus/areas.h"
 #include "modbus/areas.h"
 #include "varlist/address_text.h"
 #include "varlist/pieces.h"
