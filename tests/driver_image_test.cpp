@@ -41,6 +41,26 @@ TEST(Packing, BitFormsDifferForBytesOtherThanOneAndZero)
     EXPECT_EQ(hexText(out), "01 00 00 01");
 }
 
+// A count below one value touches neither the array nor the bytes.
+TEST(Packing, NothingToMoveTouchesNothing)
+{
+    QByteArray out, in = hexBytes("01 02 03 04");
+    for (int count : {0, -1, INT_MIN, 1}) {
+        const bool oneWord = count == 1;  // half of a 32-bit value
+        if (!oneWord) {
+            GetBitFromUC(out, nullptr, 0, count);
+            GetBitFromUS(out, nullptr, 0, count);
+            GetWordFromUS(out, nullptr, 0, count);
+            SetBitToUC(0, nullptr, &in, count);
+            SetBitToUS(0, nullptr, &in, count);
+            SetWordToUS(0, nullptr, &in, count);
+        }
+        GetWordFromUI(out, nullptr, 0, count);
+        SetWordToUI(0, nullptr, &in, count);
+    }
+    EXPECT_TRUE(out.isEmpty());
+}
+
 TEST(CheckValues, KnownVectors)
 {
     QByteArray ff(300, static_cast<char>(0xFF)), digits("123456789"), request = hexBytes("01 03 00 00 00 0A");
