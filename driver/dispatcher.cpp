@@ -21,20 +21,20 @@ void countUp(int* counter)
 // is stored.
 int judgeReply(QByteArray* reply, int length, bool local)
 {
-    const int area = local ? KIND_LOCAL : KIND_REMOTE;
+    const int link = local ? KIND_LOCAL : KIND_REMOTE;
     const int expected = inFlight().replyLength;
     if (length == 0 && expected != 0)
-        return GetDriverReturnValue(area + OUTCOME_NO_REPLY);
+        return GetDriverReturnValue(link + OUTCOME_NO_REPLY);
     if (length != expected && expected != REPLY_LENGTH_ANY)
-        return GetDriverReturnValue(area + OUTCOME_BAD_LENGTH);
+        return GetDriverReturnValue(link + OUTCOME_BAD_LENGTH);
     const int kind = CheckGetData(reply, length);
     if (kind == CHECKED_NEITHER)
-        return GetDriverReturnValue(area + OUTCOME_BAD_KIND);
+        return GetDriverReturnValue(link + OUTCOME_BAD_KIND);
     if (kind == CHECKED_READ && local) {
         DriverLock lock(&PLC_driver.imageMutex);
         SaveToLocalDataErea(inFlight(), reply);
     }
-    return GetDriverReturnValue(area + OUTCOME_OK);
+    return GetDriverReturnValue(link + OUTCOME_OK);
 }
 
 bool sameRequest(const RW_VAR& a, int sourceType, int sourceId)
