@@ -127,14 +127,14 @@ void BM_StationImageStoreReply(benchmark::State& state)
     var.area = AREA_VW;
     var.station = 1;
     var.count = 100;
-    Protocol& p = PLC_driver.frameQueue.append(0);
+    Protocol p = Protocol();
     p.var = var;
     p.replyHeaderLength = 9;
     p.dataLength = 200;
     QByteArray reply(209, '\2');
     for (auto _ : state) {
         QMutexLocker lock(&PLC_driver.imageMutex);
-        SaveToLocalDataErea(&reply);
+        SaveToLocalDataErea(p, &reply);
     }
 }
 

@@ -20,6 +20,13 @@ set(CPACK_DEBIAN_PACKAGE_MAINTAINER "${LOGO_PACKAGE_MAINTAINER}")
 set(CPACK_DEBIAN_PACKAGE_PRIORITY optional)
 set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
 set(CPACK_DEBIAN_ENABLE_COMPONENT_DEPENDS ON)
+# A package's modes are Debian's whatever the tree's: a source tarball
+# unpacked with umask 002 has packaging/triggers at 0664, and a build run
+# with it creates the staging folders at 0775. CPack sets control files
+# to 0644 (0755 for maintainer scripts) and folders to 0755 itself.
+set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION TRUE)
+set(CPACK_INSTALL_DEFAULT_DIRECTORY_PERMISSIONS
+    OWNER_READ OWNER_WRITE OWNER_EXECUTE GROUP_READ GROUP_EXECUTE WORLD_READ WORLD_EXECUTE)
 # In a cross build the packages are for the target's architecture, and
 # dpkg-shlibdeps reads the target's libraries and asks the target's package
 # database (LOGO_DEB_TARGET_ADMINDIR, which scripts/armhf.sh makes in its

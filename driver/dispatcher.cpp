@@ -4,13 +4,10 @@
 #include <climits>
 
 #include "driver/locks.h"
-#include "driver/frame_queue.h"
 #include "driver/modbus_rtu_master.h"
 #include "image/reply_store.h"
 
 namespace {
-
-enum RequestKind { NEITHER = 0, READ = 1, WRITE = 2 };
 
 // Counters of the host's record that a long-running panel or a wild value
 // must not overflow.
@@ -20,24 +17,24 @@ void countUp(int* counter)
         ++*counter;
 }
 
-// The single length check shared by both areas: kinds are (ok, neither read
-// nor write, no reply, wrong length) offset by 0 locally, 4 remotely.
+// The single length check shared by both areas; only a local read's data
+// is stored.
 int judgeReply(QByteArray* reply, int length, bool local)
 {
-    const int offset = local ? KIND_LOCAL_OK : KIND_REMOTE_OK;
+    const int link = local ? KIND_LOCAL : KIND_REMOTE;
     const int expected = inFlight().replyLength;
     if (length == 0 && expected != 0)
-        return GetDriverReturnValue(offset + KIND_LOCAL_NO_REPLY);
-    if (length != expected && expected != -1)
-        return GetDriverReturnValue(offset + KIND_LOCAL_BAD_LENGTH);
+        return GetDriverReturnValue(link + OUTCOME_NO_REPLY);
+    if (length != expected && expected != REPLY_LENGTH_ANY)
+        return GetDriverReturnValue(link + OUTCOME_BAD_LENGTH);
     const int kind = CheckGetData(reply, length);
-    if (kind == NEITHER)
-        return GetDriverReturnValue(offset + KIND_LOCAL_BAD_KIND);
-    if (kind == READ && local) {
+    if (kind == CHECKED_NEITHER)
+        return GetDriverReturnValue(link + OUTCOME_BAD_KIND);
+    if (kind == CHECKED_READ && local) {
         DriverLock lock(&PLC_driver.imageMutex);
-        SaveToLocalDataErea(reply);
+        SaveToLocalDataErea(inFlight(), reply);
     }
-    return GetDriverReturnValue(offset);
+    return GetDriverReturnValue(link + OUTCOME_OK);
 }
 
 bool sameRequest(const RW_VAR& a, int sourceType, int sourceId)
@@ -52,13 +49,13 @@ void notifyOnceRead(const RW_VAR& head)
         return;
     const intptr_t context = d.comInfo->hostContext;
     if (d.commFailed != 0) {
-        d.readDoneCallback(context, head.sourceType, head.sourceId, 2);
+        d.readDoneCallback(context, head.sourceType, head.sourceId, READ_DONE_GIVEN_UP);
         return;
     }
     // The head is one entry of its request; more mean pieces still waiting.
     if (d.onceReadList.entriesOfRequest(head.sourceType, head.sourceId) > 1)
         return;
-    d.readDoneCallback(context, head.sourceType, head.sourceId, 1);
+    d.readDoneCallback(context, head.sourceType, head.sourceId, READ_DONE_COMPLETED);
 }
 
 // Copies the entry the frame came from into the result and retires it:
@@ -128,9 +125,10 @@ RW_VAR* finish(int code)
     return &PLC_driver.result;
 }
 
-// The record a frame was built from, kept only when the cyclic list was
-// rebuilt while the frame was on its way (completeEntry needs it then).
-RW_VAR answeredRecord()
+// The record a cyclic frame was built from when the cyclic list was rebuilt
+// while the frame was on its way (completeEntry needs it then); an empty
+// record otherwise.
+RW_VAR recordIfListRebuilt()
 {
     const Modbus_RTU_Master& d = PLC_driver;
     const bool rebuilt = d.currentList == LIST_CYCLIC && d.inFlightGeneration != d.readListGeneration;
@@ -143,7 +141,7 @@ RW_VAR* goodReply(int code, bool local)
     ComInfo* info = d.comInfo;
     DriverLock lock(&d.listMutex);
     d.commFailed = 0;
-    const RW_VAR answered = answeredRecord();
+    const RW_VAR answered = recordIfListRebuilt();
     d.frameQueue.removeFirst();
     countUp(&info->framesAnswered);
 
@@ -175,7 +173,7 @@ RW_VAR* failedReply(int code, bool local)
     if (info->retryCount <= info->retryLimit)
         return finish(RC_RETRYING);
     info->retryCount = 0;
-    const RW_VAR answered = answeredRecord();
+    const RW_VAR answered = recordIfListRebuilt();
     d.frameQueue.clear();
     completeEntry(local, answered);
     abandonRequest();
@@ -187,9 +185,9 @@ RW_VAR* failedReply(int code, bool local)
 int CheckGetData(QByteArray*, int)
 {
     switch (inFlight().var.rwType) {
-    case 0: return READ;
-    case 1: return WRITE;
-    default: return NEITHER;
+    case RW_READ: return CHECKED_READ;
+    case RW_WRITE: return CHECKED_WRITE;
+    default: return CHECKED_NEITHER;
     }
 }
 

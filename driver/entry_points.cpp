@@ -26,12 +26,10 @@ void FlashLocalRegister(void* lb, void* lw, void* rwi)
 
 int QueryFinishFlag() { return 1; }
 
-enum StationSwitch { STATION_OFF = 0, STATION_ON = 1 };
-
 void EnCommStation(int station, int enable)
 {
     DriverLock lock(&PLC_driver.stationMutex);
-    if (station < 0)
+    if (station <= STATION_ALL)
         PLC_driver.disabledStations.clear();
     else if (enable == STATION_OFF)
         PLC_driver.disabledStations.insert(station, 0);

@@ -23,12 +23,12 @@ Modbus_RTU_Master::Modbus_RTU_Master()
       scanPosition(0),
       commFailed(0)
 {
-    clearCommunicationState();
+    clearAllButImageArrays();
     memset(bitImage, 0, sizeof bitImage);
     memset(wordImage, 0, sizeof wordImage);
 }
 
-void Modbus_RTU_Master::clearCommunicationState()
+void Modbus_RTU_Master::clearAllButImageArrays()
 {
     result = RW_VAR();
     readList.clear();

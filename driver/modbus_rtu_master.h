@@ -10,13 +10,10 @@
 
 #include <atomic>
 
-#include "driver/frame_queue.h"
 #include "image/station_index.h"
+#include "modbus/areas.h"
+#include "modbus/frame_queue.h"
 #include "varlist/request_queues.h"
-
-// Elements per image area. 65535, not 65536: element 65535 does not exist,
-// and every access is clipped to 0..IMAGE_AREA_SIZE - 1.
-enum { IMAGE_AREA_SIZE = 65535 };
 
 // currentList: which list the frame in flight came from.
 enum CurrentList { LIST_CYCLIC = 0, LIST_WRITE = 1, LIST_ONCE = 2, LIST_NONE_YET = 100 };
@@ -29,6 +26,8 @@ struct EXTENDVAR {
     QByteArray value;  // bit: one byte, bit 0; word: two bytes, low first; empty: no valid data
 };
 
+// Named as in the host interface: the driver speaks Modbus TCP, not RTU.
+//
 // Locks are taken through DriverLock (driver/locks.h), which holds the
 // order. frameQueue and commFailed belong to the host's communication thread (the
 // only caller of ComCommunication and DataCom) and are not locked;
@@ -39,11 +38,12 @@ public:
     Modbus_RTU_Master();
     ~Modbus_RTU_Master();
 
-    // Every list, the station map, the result record and the scheduler's and
-    // dispatcher's state as at load; the image keeps its values. The
-    // constructor starts with it, and a fuzzer starts every run with it, at
-    // a fraction of the cost of zeroing the image's 786 KB each time.
-    void clearCommunicationState();
+    // Every list, the per-station image, the station map, the result record
+    // and the scheduler's and dispatcher's state as at load; only the image
+    // arrays keep their values. The constructor starts with it, and a fuzzer
+    // ends every run with it, at a fraction of the cost of zeroing the
+    // arrays' 786 KB each time.
+    void clearAllButImageArrays();
 
     ComInfo* comInfo;
     QList<RW_VAR> readList;
@@ -67,8 +67,8 @@ public:
     int onceBurst;
     int scanPosition;
     std::atomic<unsigned char> commFailed;  // read by other threads without a lock
-    unsigned char bitImage[4][IMAGE_AREA_SIZE];
-    unsigned short wordImage[4][IMAGE_AREA_SIZE];
+    unsigned char bitImage[4][ELEMENTS_PER_AREA];
+    unsigned short wordImage[4][ELEMENTS_PER_AREA];
 
     // Finds an extendVars entry by its key in constant time; kept in step
     // with extendVars, under imageMutex.
@@ -85,7 +85,11 @@ private:
 // loads it atomically never sees a torn or stale-forever value.
 inline void setScanDone(ComInfo* info, int value) { __atomic_store_n(&info->scanDone, value, __ATOMIC_RELAXED); }
 
-// Station test used by the scheduler: true when the station is switched off.
+// The frame in flight: the head of frameQueue, which must not be empty.
+inline const Protocol& inFlight() { return PLC_driver.frameQueue.first(); }
+
+// Named as in the host interface; it answers whether the station is
+// switched off (listed in disabledStations), not whether it is on the network.
 bool Ethernetcontains(int station);
 
 #endif  // LOGO_DRIVER_MODBUS_RTU_MASTER_H

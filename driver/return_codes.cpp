@@ -13,14 +13,14 @@ int SwitchErrorReturn(int base)
 int GetDriverReturnValue(int kind)
 {
     switch (kind) {
-    case KIND_LOCAL_OK: return RC_LOCAL_OK;
-    case KIND_LOCAL_BAD_KIND: return SwitchErrorReturn(RC_LOCAL_BAD_KIND);
-    case KIND_LOCAL_NO_REPLY: return SwitchErrorReturn(RC_LOCAL_NO_REPLY);
-    case KIND_LOCAL_BAD_LENGTH: return SwitchErrorReturn(RC_LOCAL_BAD_LENGTH);
-    case KIND_REMOTE_OK: return RC_REMOTE_OK;
-    case KIND_REMOTE_BAD_KIND: return SwitchErrorReturn(RC_REMOTE_BAD_KIND);
-    case KIND_REMOTE_NO_REPLY: return SwitchErrorReturn(RC_REMOTE_NO_REPLY);
-    case KIND_REMOTE_BAD_LENGTH: return SwitchErrorReturn(RC_REMOTE_BAD_LENGTH);
+    case KIND_LOCAL + OUTCOME_OK: return RC_LOCAL_OK;
+    case KIND_LOCAL + OUTCOME_BAD_KIND: return SwitchErrorReturn(RC_LOCAL_BAD_KIND);
+    case KIND_LOCAL + OUTCOME_NO_REPLY: return SwitchErrorReturn(RC_LOCAL_NO_REPLY);
+    case KIND_LOCAL + OUTCOME_BAD_LENGTH: return SwitchErrorReturn(RC_LOCAL_BAD_LENGTH);
+    case KIND_REMOTE + OUTCOME_OK: return RC_REMOTE_OK;
+    case KIND_REMOTE + OUTCOME_BAD_KIND: return SwitchErrorReturn(RC_REMOTE_BAD_KIND);
+    case KIND_REMOTE + OUTCOME_NO_REPLY: return SwitchErrorReturn(RC_REMOTE_NO_REPLY);
+    case KIND_REMOTE + OUTCOME_BAD_LENGTH: return SwitchErrorReturn(RC_REMOTE_BAD_LENGTH);
     default: return RC_UNKNOWN_KIND;
     }
 }

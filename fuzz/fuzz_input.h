@@ -81,7 +81,7 @@ public:
             out.append(static_cast<char>(byte()));
         return out;
     }
-    QString text() { return QString::fromLatin1(bytes(byte() % 12)); }
+    QString text() { return QString::fromLatin1(bytes(byte() % 24)); }
     // The address text of a range from range(): mostly the driver's own
     // notation of its start (V as byte.bit), sometimes any text, but never
     // for a count longer than the range may cover: any text may convert to
@@ -112,7 +112,7 @@ public:
         *info_ = ComInfo();
         SetComInfo(info_);
     }
-    ~DriverSession() { PLC_driver.clearCommunicationState(); }
+    ~DriverSession() { PLC_driver.clearAllButImageArrays(); }
 
 private:
     ComInfo* info_;

@@ -1,20 +1,25 @@
 // The driver's whole exported interface called as a host might call it,
 // with any value in every int field of every record and in every argument:
-// settings, screens, queued writes and one-shot reads, image reads and
-// writes, stations switched off and on, address conversion, check values,
-// and the communication loop with good and bad replies. Every list must stay
-// within its bounds.
+// settings, screens, cyclic entries of any kind, queued writes and one-shot
+// reads, image reads and writes, stations switched off and on, address
+// conversion, and the communication loop with good replies, replies of any
+// length, no reply buffer, time-outs and give-ups. Every list must stay
+// within its bounds and agree with its index.
 #include "fuzz_input.h"
 
 #include <cstdlib>
 
+#include "driver/locks.h"
+#include "varlist/address_text.h"
+
 namespace {
 
 ComInfo info;
-enum { QUEUE_CAPACITY = 1024, PACKING_ELEMENTS = 64, LONGEST_CYCLIC_RANGE = 80 };
+enum { QUEUE_CAPACITY = 1024, LONGEST_CYCLIC_RANGE = 80 };
 
 void onReadDone(intptr_t, int, int, int) {}
-void onFail(QList<RW_VAR>*, int, int) {}
+// The list is the driver's to release, whatever the host put into it.
+void onFail(QList<RW_VAR>* list, int, int) { list->append(RW_VAR()); }
 
 // A byte of flags says which words take any value; the others keep values a
 // host would use, so that short inputs already drive the whole loop.
@@ -85,8 +90,9 @@ void frames(FuzzInput& in)
         Protocol* p = ComCommunication();
         const int expected = p && p->replyLength > 0 ? p->replyLength : 0;
         QByteArray reply = in.flag() ? QByteArray(expected, '\1') : in.bytes(in.byte() % 32);
-        const int length = in.flag() ? reply.size() : in.anyInt();
-        DataCom(&reply, length);
+        const uint8_t how = in.byte();  // bit 0: the reply's own length, else any; bit 1: no buffer
+        const int length = how & 1 ? reply.size() : in.anyInt();
+        DataCom(how & 2 ? 0 : &reply, length);
     }
 }
 
@@ -111,41 +117,32 @@ void imageAccess(FuzzInput& in)
     SetRegisterData(auxText, area, text, station, data, count, sourceType, sourceId);
 }
 
-// The check values and packing operations on memory of this run's own: the
-// packing operations trust their caller with the bounds, as the driver's
-// own callers clip first, so ranges stay inside the buffer here, while
-// counts below 1 and odd counts are any.
-void helpers(FuzzInput& in)
+bool sameTarget(const RW_VAR& a, const RW_VAR& b)
 {
-    unsigned char bytes[PACKING_ELEMENTS] = {};
-    unsigned short words[PACKING_ELEMENTS] = {};
-    QByteArray given = in.bytes(in.byte() % 16), out;
-    const int start = in.byte() % PACKING_ELEMENTS;
-    const int room = PACKING_ELEMENTS - start;
-    const int count = in.flag() ? in.anyInt() % (room + 1) : in.byte() % (room + 1);
-    const int bitStart = start * 16 / PACKING_ELEMENTS, bitCount = count < 16 ? count : 16;
-    switch (in.byte() % 10) {
-    case 0: GetBitFromUC(out, bytes, start, count); break;
-    case 1: SetBitToUC(start, bytes, &given, count); break;
-    case 2: GetWordFromUS(out, words, start, count); break;
-    case 3: SetWordToUS(start, words, &given, count); break;
-    case 4: GetWordFromUI(out, words, start, count); break;
-    case 5: SetWordToUI(start, words, &given, count); break;
-    case 6: GetBitFromUS(out, words, bitStart, bitCount); break;
-    case 7: SetBitToUS(bitStart, words, &given, bitCount); break;
-    case 8: {
-        unsigned char* p = reinterpret_cast<unsigned char*>(given.data());
-        const unsigned short n = static_cast<unsigned short>(given.size());
-        CalSUM(p, n);
-        CalCRC(p, n);
-        CalLRC(p, n);
-        CalXOR(p, n);
-        break;
+    return a.station == b.station && a.area == b.area && a.address == b.address && a.count == b.count;
+}
+
+// The queues' indexes answer as a search of their lists would: a waiting
+// write is found at its target's first waiting entry, a queued read is
+// found, and each request counts its entries.
+void checkQueueIndexes()
+{
+    const WriteQueue& writes = PLC_driver.writeList;
+    for (int i = 1; i < writes.size(); ++i) {
+        int first = 1;
+        while (!sameTarget(writes.at(first), writes.at(i)))
+            ++first;
+        if (writes.findWaiting(writes.at(i)) != first)
+            std::abort();
     }
-    default:
-        DigitalToASCII(in.anyInt());
-        ASCIIToDigital(in.anyInt());
-        break;
+    const OnceReadQueue& reads = PLC_driver.onceReadList;
+    for (int i = 0; i < reads.size(); ++i) {
+        const RW_VAR& read = reads.at(i);
+        int ofRequest = 0;
+        for (int j = 0; j < reads.size(); ++j)
+            ofRequest += reads.at(j).sourceType == read.sourceType && reads.at(j).sourceId == read.sourceId;
+        if (!reads.contains(read) || reads.entriesOfRequest(read.sourceType, read.sourceId) != ofRequest)
+            std::abort();
     }
 }
 
@@ -179,15 +176,26 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
         }
         case 6: {
             const int area = anyArea(in);
-            PLCAddressChangeIntef(area, in.text());
+            const QString text = in.text();
+            const int address = PLCAddressChangeIntef(area, text);
+            // The exported conversion is the driver's own; a V address needs its bit.
+            if (address != StringAddressToInt(area, text) ||
+                (area == AREA_V && !text.contains(QLatin1Char('.')) && address != -1))
+                std::abort();
             break;
         }
         case 7: anySettings(in); break;  // the settings are read afresh at every use
-        case 8: helpers(in); break;
+        case 8: {  // a cyclic entry of any kind, as no rebuild makes it
+            RW_VAR v = anyRecord(in, in.flag());
+            DriverLock lock(&PLC_driver.listMutex);  // AddListReadVar relies on its caller's lock
+            AddListReadVar(&v);
+            break;
+        }
         default: QueryFinishFlag(); break;
         }
     }
     frames(in);
+    checkQueueIndexes();
     const Modbus_RTU_Master& d = PLC_driver;
     if (d.writeList.size() > QUEUE_CAPACITY + unconditional || d.onceReadList.size() > QUEUE_CAPACITY + unconditional)
         std::abort();

@@ -150,66 +150,15 @@ def interface_seeds():
     s = settings(Seed())
     s.byte(6).flag(False).any_int(INT_MAX).text("2147483647")  # op 6: address conversion
     s.byte(6).flag(True).byte(AREA_V).text("268435455.9")
-    # Op 8: packing and check values; given bytes, start, a count of INT_MIN, then the operation.
-    s.byte(8).byte(2).byte(1).byte(2).byte(0).flag(True).any_int(INT_MIN).byte(0)
-    s.byte(8).byte(0).byte(10).flag(False).byte(54).byte(4)  # GetWordFromUI over the rest of the buffer
-    s.byte(8).byte(0).byte(0).flag(False).byte(0).byte(9).any_int(INT_MAX).any_int(INT_MIN)  # digit conversions
+    s.byte(6).flag(True).byte(AREA_V).text("268435456.3")  # the byte.bit sum wraps
+    s.byte(6).flag(True).byte(AREA_AM).text("-2147483648")
     seeds["conversions_at_edges"] = s.data
-    return seeds
-
-
-def reply_seeds():
-    def settings(s, multi, remote):
-        return s.flag(multi).flag(remote).byte(1).any_int(INT_MAX)
-
-    def record(s, area, start, count, rw, station=1, source_type=0):
-        s.flag(True).byte(area + 1).range(start, count).flag(True).byte(station).byte(rw)
-        s.flag(True).any_int(source_type).byte(0).any_int(0).byte(0)
-        return s
-
-    def serve(s, list_kind, frames=1, reply=()):
-        s.byte(list_kind).byte(frames)
-        for _ in range(frames + 1):
-            s.byte(0).byte(len(reply)).data.extend(reply)  # these bytes as the reply
-            s.any_int(0).flag(True).byte(0)  # handed over with their own length
-        return s.range(0, 2)
-
-    seeds = {}
-    s = settings(Seed(), 0, 0)
-    record(s, AREA_Q, INT_MAX, 1, 1, source_type=INT_MAX)
-    serve(s, 0)
-    record(s, AREA_I, INT_MIN, 1, 0, source_type=INT_MIN)
-    serve(s, 1, reply=b"\0\0\0\0\0\x04\x01\x02\x01\x01")
-    seeds["int_edges_modbus"] = s.data
-    s = settings(Seed(), 1, 1)
-    record(s, AREA_VW, 65534, INT_MAX, 0, station=255)
-    serve(s, 2, frames=3, reply=bytes(9) + b"\x12\x34")
-    seeds["int_edges_remote_per_station"] = s.data
-    return seeds
-
-
-def address_seeds():
-    seeds = {}
-    for name, area, text in (("int_max_text", AREA_VW, "2147483647"), ("int_min_text", AREA_AM, "-2147483648"),
-                             ("v_byte_wraps", AREA_V, "268435456.3"), ("area_int_max", INT_MAX, "1")):
-        s = Seed()
-        if 0 <= area < 9:
-            s.flag(False).byte(area + 1)
-        else:
-            s.flag(True).any_int(area)
-        s.flag(True).flag(True).any_int(INT_MAX)  # multi-station, writes to the controller, block length
-        raw = text.encode()
-        s.byte(len(raw)).data.extend(raw)
-        s.flag(False).any_int(INT_MAX)  # count
-        s.data += b"\x01\x02\x03\x04"
-        seeds[name] = s.data
     return seeds
 
 
 def main():
     here = os.path.dirname(os.path.abspath(__file__))
-    for fuzzer, seeds in (("interface_fuzzer", interface_seeds()), ("reply_fuzzer", reply_seeds()),
-                          ("address_fuzzer", address_seeds())):
+    for fuzzer, seeds in (("interface_fuzzer", interface_seeds()),):
         folder = os.path.join(here, "corpus", fuzzer)
         os.makedirs(folder, exist_ok=True)
         for name, data in seeds.items():

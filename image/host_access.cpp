@@ -1,7 +1,6 @@
 // The host's reads and writes of the image, and its queued writes.
 #include "driver/locks.h"
 #include "driver/modbus_rtu_master.h"
-#include "image/bounds.h"
 #include "image/station_image.h"
 #include "modbus/areas.h"
 #include "varlist/address_text.h"
@@ -50,7 +49,7 @@ bool writableArea(int area) { return area != AREA_I && area != AREA_AI && isArea
 // at once, since no frame will carry it there soon.
 int queueWrite(RW_VAR* record)
 {
-    const int length = AddListWriteVar(record, 0);
+    const int length = AddListWriteVar(record, QUEUE_MERGING);
     if (PLC_driver.commFailed != 0)
         WriteDataToLocal(record);
     return length;
@@ -99,8 +98,6 @@ int GetRegisterData(QString, int area, QString addressText, int station, QByteAr
     return 1;
 }
 
-enum { WRITE_TO_CONTROLLER = 2 };
-
 int SetRegisterData(QString auxText, int area, QString addressText, int station, QByteArray data, int count,
                     int sourceType, int sourceId)
 {
@@ -111,7 +108,7 @@ int SetRegisterData(QString auxText, int area, QString addressText, int station,
     RW_VAR record = RW_VAR();
     record.sourceType = sourceType;
     record.sourceId = sourceId;
-    record.rwType = 1;
+    record.rwType = RW_WRITE;
     record.remoteFlag = info->remoteMode;
     record.linkId = info->localLinkId;
     record.auxText = auxText;
@@ -119,7 +116,7 @@ int SetRegisterData(QString auxText, int area, QString addressText, int station,
     record.area = area;
     record.station = info->multiStation != 0 ? station : info->defaultStation;
 
-    if (info->writeMode != WRITE_TO_CONTROLLER) {
+    if (info->writeMode != WRITE_MODE_TO_CONTROLLER) {
         record.address = address;
         record.count = count;
         record.value = data;

@@ -1,8 +1,6 @@
 #include "image/reply_store.h"
 
-#include "driver/frame_queue.h"
 #include "driver/modbus_rtu_master.h"
-#include "image/bounds.h"
 #include "modbus/areas.h"
 #include "image/station_image.h"
 
@@ -17,9 +15,8 @@ int elementsToStore(const Protocol& p, int bytesPerElement)
     return clipToArea(p.var.address, p.dataLength / bytesPerElement);
 }
 
-void savePerStation(QByteArray* reply)
+void savePerStation(const Protocol& p, QByteArray* reply)
 {
-    const Protocol& p = inFlight();
     const int h = p.replyHeaderLength;
     QList<EXTENDVAR>& entries = PLC_driver.extendVars;
     const int bytesPerElement = isBitArea(p.var.area) ? 1 : 2;
@@ -43,33 +40,31 @@ void savePerStation(QByteArray* reply)
 
 }  // namespace
 
-void SaveBitToUC(QByteArray* reply, unsigned char* bits)
+void SaveBitToUC(const Protocol& p, QByteArray* reply, unsigned char* bits)
 {
-    const Protocol& p = inFlight();
     const int n = elementsToStore(p, 1);
     for (int k = 0; k < n && p.replyHeaderLength + k < reply->size(); ++k)
         bits[p.var.address + k] = replyByte(reply, p.replyHeaderLength + k);
 }
 
-void SaveWordToUS(QByteArray* reply, unsigned short* words)
+void SaveWordToUS(const Protocol& p, QByteArray* reply, unsigned short* words)
 {
-    const Protocol& p = inFlight();
     const int h = p.replyHeaderLength;
     const int n = elementsToStore(p, 2);
     for (int k = 0; k < n && h + 2 * k + 1 < reply->size(); ++k)
         words[p.var.address + k] = static_cast<unsigned short>((replyByte(reply, h + 2 * k) << 8) | replyByte(reply, h + 2 * k + 1));
 }
 
-void SaveToLocalDataErea(QByteArray* reply)
+void SaveToLocalDataErea(const Protocol& frame, QByteArray* reply)
 {
     Modbus_RTU_Master& d = PLC_driver;
-    const int area = inFlight().var.area;
+    const int area = frame.var.area;
     if (!isArea(area))
         return;
     if (d.comInfo->multiStation != 0)
-        savePerStation(reply);
+        savePerStation(frame, reply);
     else if (isBitArea(area))
-        SaveBitToUC(reply, d.bitImage[area]);
+        SaveBitToUC(frame, reply, d.bitImage[area]);
     else
-        SaveWordToUS(reply, d.wordImage[area - AREA_AI]);
+        SaveWordToUS(frame, reply, d.wordImage[area - AREA_AI]);
 }

@@ -2,11 +2,12 @@
 #ifndef LOGO_IMAGE_REPLY_STORE_H
 #define LOGO_IMAGE_REPLY_STORE_H
 
-#include <QByteArray>
+#include "logo_modbus_tcp.h"
 
-// Stores the reply to the frame at the head of frameQueue. Caller holds imageMutex.
-void SaveToLocalDataErea(QByteArray* reply);
-void SaveBitToUC(QByteArray* reply, unsigned char* bits);
-void SaveWordToUS(QByteArray* reply, unsigned short* words);
+// Named as in the host interface ("Erea" included); it stores the data of
+// the reply to `frame` in the active image form. Caller holds imageMutex.
+void SaveToLocalDataErea(const Protocol& frame, QByteArray* reply);
+void SaveBitToUC(const Protocol& frame, QByteArray* reply, unsigned char* bits);
+void SaveWordToUS(const Protocol& frame, QByteArray* reply, unsigned short* words);
 
 #endif  // LOGO_IMAGE_REPLY_STORE_H

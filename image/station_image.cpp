@@ -2,7 +2,6 @@
 
 #include "driver/locks.h"
 #include "driver/modbus_rtu_master.h"
-#include "image/bounds.h"
 #include "modbus/areas.h"
 
 namespace {

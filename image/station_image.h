@@ -4,8 +4,9 @@
 
 #include "logo_modbus_tcp.h"
 
-// Index of the entry (station, area, address) in extendVars, created with
-// two zero bytes when missing. Caller holds imageMutex.
+// Named as in the host interface; it finds the index of the entry
+// (station, area, address) in extendVars and creates the entry, with two
+// zero bytes, when missing. Caller holds imageMutex.
 int ExtendFindSameVar(int station, int area, int address);
 
 // Copies a write record's value into the active image form; takes imageMutex.

@@ -45,7 +45,7 @@ enum LogoArea {
 };
 
 // Codes DataCom places in RW_VAR::returnCode. A failure code is its base
-// plus 1 plus the requester's sourceType (when that lies in 0 to 11).
+// plus 1 plus the requester's category k (LogoRequester).
 enum LogoReturnCode {
     RC_RETRYING = 0,            // failed reply, the frame will be repeated
     RC_LOCAL_OK = 1,            // good reply (also: nothing was in flight)
@@ -55,14 +55,61 @@ enum LogoReturnCode {
     RC_REMOTE_OK = 100,
     RC_REMOTE_BAD_KIND = 110,
     RC_REMOTE_NO_REPLY = 140,
-    RC_REMOTE_BAD_LENGTH = 170
+    RC_REMOTE_BAD_LENGTH = 170,
+    RC_UNKNOWN_KIND = 200       // a reply kind the driver does not know; never reaches a host
+};
+
+// Who asked, as RW_VAR::sourceType and sourceId carry it. A sourceType of 0
+// to SOURCE_TYPE_CATEGORIES - 1 is the k of a failure code; any other value
+// counts as 0 there.
+enum LogoRequester {
+    SOURCE_TYPE_CYCLIC = 0,       // sourceType of every cyclic list entry
+    SOURCE_ID_CYCLIC = -1,        // sourceId of every cyclic list entry
+    SOURCE_TYPE_CATEGORIES = 12
+};
+
+// RW_VAR::rwType. Any other value makes every reply to the frame a failure.
+enum LogoRwType {
+    RW_READ = 0,
+    RW_WRITE = 1
+};
+
+// Protocol::replyLength of a frame whose reply may have any length.
+enum LogoReplyLength {
+    REPLY_LENGTH_ANY = -1
+};
+
+// ComInfo::writeMode. Any other value: a host's writes go into the image only.
+enum LogoWriteMode {
+    WRITE_MODE_TO_CONTROLLER = 2
+};
+
+// The flag of AddListWriteVar and AddListOnceReadVar; every value but
+// QUEUE_UNCONDITIONAL merges as QUEUE_MERGING does.
+enum LogoQueueFlag {
+    QUEUE_MERGING = 0,          // a write replaces a waiting one to its target; a duplicate read is dropped
+    QUEUE_UNCONDITIONAL = 1     // append an unchanged copy, no test and no limit
+};
+
+// EnCommStation's enable; any other value changes nothing. A negative
+// station (STATION_ALL or any other) switches every station on.
+enum LogoStationSwitch {
+    STATION_OFF = 0,
+    STATION_ON = 1,
+    STATION_ALL = -1
+};
+
+// The status of the read-done callback.
+enum LogoReadDoneStatus {
+    READ_DONE_COMPLETED = 1,    // every entry of the one-shot request was answered
+    READ_DONE_GIVEN_UP = 2      // the driver gave an entry up after its retries
 };
 
 // One variable, request or result.
 struct RW_VAR {
-    int sourceType;   // requester category; 0 for cyclic entries
-    int sourceId;     // requester identifier; -1 for cyclic entries
-    int rwType;       // 0 read, 1 write
+    int sourceType;   // requester category (LogoRequester)
+    int sourceId;     // requester identifier
+    int rwType;       // RW_READ or RW_WRITE
     int remoteFlag;
     int linkId;       // equal to ComInfo::localLinkId: the local image is meant
     int returnCode;   // outcome, in the record DataCom returns
@@ -81,7 +128,7 @@ struct RW_VAR {
 struct Protocol {
     QByteArray frame;
     int frameLength;        // bytes of frame to send
-    int replyLength;        // exact length of a good reply; -1: any length
+    int replyLength;        // exact length of a good reply, or REPLY_LENGTH_ANY
     int replyHeaderLength;  // reply bytes in front of the data
     int dataLength;         // data bytes in the reply
     RW_VAR var;                 // the request the frame was built from
@@ -104,7 +151,7 @@ struct ComInfo {
     int hostStatusB;       // word 13
     int remoteMode;        // word 14: 0 Modbus TCP frames, else remote-mode frames
     int localLinkId;       // word 15: the host's own link identifier
-    int writeMode;         // word 16: 2 writes go to the controller, else image only
+    int writeMode;         // word 16: WRITE_MODE_TO_CONTROLLER, else image only
     int scanDone;          // word 17: 1 once a full cyclic pass succeeded
     intptr_t hostContext;  // word 18: handed back to the read-done callback
 };
@@ -121,7 +168,7 @@ struct HOSTVAR {
     int count;
 };
 
-// status 1: a one-shot read request completed; 2: it was given up.
+// status: a LogoReadDoneStatus.
 typedef void (*ReadDoneCallback)(intptr_t hostContext, int sourceType, int sourceId, int status);
 // Called when a request is given up; the list is empty and not kept.
 typedef void (*FailCallback)(QList<RW_VAR>* failed, int sourceType, int one);

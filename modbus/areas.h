@@ -39,6 +39,10 @@ enum FrameSize {
 
 enum { COIL_ON = 0xFF };
 
+// Elements of every area: 0 to 65534. 65535, not 65536: element 65535 does
+// not exist.
+enum { ELEMENTS_PER_AREA = 65535 };
+
 inline bool isBitArea(int area) { return area >= AREA_I && area <= AREA_V; }
 inline bool isWordArea(int area) { return area >= AREA_AI && area <= AREA_VW; }
 inline bool isArea(int area) { return area >= AREA_I && area <= AREA_VW; }
@@ -47,5 +51,17 @@ inline bool isArea(int area) { return area >= AREA_I && area <= AREA_VW; }
 // its low 16 bits reach a frame: the sum wraps instead of overflowing, so any
 // address a host passes is safe.
 int get_add(int area, int address);
+
+// Number of elements of [start, start + count) that exist in an area. A
+// negative start refuses the whole range (0); a range running past the end
+// is cut there. Lists, image accesses and host writes all go through this, so
+// no element beyond the image is ever read, written or requested.
+inline int clipToArea(int start, int count)
+{
+    if (start < 0 || start >= ELEMENTS_PER_AREA || count <= 0)
+        return 0;
+    const int room = ELEMENTS_PER_AREA - start;
+    return count < room ? count : room;
+}
 
 #endif  // LOGO_MODBUS_AREAS_H

@@ -2,6 +2,7 @@
 #ifndef LOGO_MODBUS_MBAP_H
 #define LOGO_MODBUS_MBAP_H
 
+#include "modbus/areas.h"
 #include "modbus/frame_bytes.h"
 
 // Transaction id 0 (replies are matched by position), protocol 0, the
@@ -18,7 +19,7 @@ inline void writeMbapHeader(FrameWriter& frame, int lengthAfterField, int statio
 // (quantity, or a single value).
 inline void writeShortRequest(FrameWriter& frame, int station, int functionCode, int modbusAddress, int field)
 {
-    writeMbapHeader(frame, 6, station);
+    writeMbapHeader(frame, MBAP_LENGTH_AFTER_FIELD, station);
     frame.byte(functionCode);
     frame.word16(modbusAddress);
     frame.word16(field);

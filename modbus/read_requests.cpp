@@ -1,6 +1,5 @@
 #include "modbus/read_requests.h"
 
-#include "driver/frame_queue.h"
 #include "modbus/areas.h"
 #include "modbus/mbap.h"
 
@@ -11,26 +10,26 @@ namespace {
 // scheduler drops it instead of letting it hold its list.
 bool servableCount(int count) { return count >= 0 && count <= MAX_QUANTITY; }
 
-void queueRead(const RW_VAR* var, int functionCode, int bytesPerElement)
+void queueRead(FrameQueue& queue, const RW_VAR* var, int functionCode, int bytesPerElement)
 {
     if (!servableCount(var->count))
         return;
     const int dataLength = bytesPerElement * var->count;
-    FrameWriter frame(queueFrame(REQUEST_LENGTH, READ_REPLY_HEADER + dataLength, READ_REPLY_HEADER, dataLength, var));
+    FrameWriter frame(queue.append(*var, REQUEST_LENGTH, READ_REPLY_HEADER + dataLength, READ_REPLY_HEADER, dataLength));
     writeShortRequest(frame, var->station, functionCode, get_add(var->area, var->address), var->count);
 }
 
 }  // namespace
 
-void ReadRegister(const RW_VAR* var)
+void ReadRegister(FrameQueue& queue, const RW_VAR* var)
 {
     if (isBitArea(var->area))
-        ReadBool(var);
+        ReadBool(queue, var);
     else if (isWordArea(var->area))
-        ReadAnalog(var);
+        ReadAnalog(queue, var);
 }
 
-void ReadBool(const RW_VAR* var)
+void ReadBool(FrameQueue& queue, const RW_VAR* var)
 {
     int functionCode = FC_NONE;
     if (var->area == AREA_I)
@@ -38,15 +37,15 @@ void ReadBool(const RW_VAR* var)
     else if (var->area == AREA_Q || var->area == AREA_M || var->area == AREA_V)
         functionCode = FC_READ_COILS;
     // One data byte per requested bit: exact for the single-bit reads the lists make.
-    queueRead(var, functionCode, 1);
+    queueRead(queue, var, functionCode, 1);
 }
 
-void ReadAnalog(const RW_VAR* var)
+void ReadAnalog(FrameQueue& queue, const RW_VAR* var)
 {
     int functionCode = FC_NONE;
     if (var->area == AREA_AI)
         functionCode = FC_READ_INPUT_REGISTERS;
     else if (var->area == AREA_AQ || var->area == AREA_AM || var->area == AREA_VW)
         functionCode = FC_READ_HOLDING_REGISTERS;
-    queueRead(var, functionCode, 2);
+    queueRead(queue, var, functionCode, 2);
 }

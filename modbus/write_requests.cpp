@@ -1,8 +1,5 @@
 #include "modbus/write_requests.h"
 
-#include "driver/frame_queue.h"
-#include "driver/modbus_rtu_master.h"
-#include "image/station_image.h"
 #include "modbus/areas.h"
 #include "modbus/mbap.h"
 
@@ -19,28 +16,23 @@ int registerAt(const QByteArray& value, int k)
 
 }  // namespace
 
-void WriteRegister(const RW_VAR* var)
+void WriteRegister(FrameQueue& queue, const RW_VAR* var)
 {
     if (var->area == AREA_Q || var->area == AREA_M || var->area == AREA_V)
-        WriteBool(var);
+        WriteBool(queue, var);
     else if (var->area == AREA_AQ || var->area == AREA_AM || var->area == AREA_VW)
-        WriteAnalog(var);
-
-    // The image shows the new value at once, before the controller answers;
-    // while the link is down the host's write has put it there already.
-    if (PLC_driver.commFailed == 0)
-        WriteDataToLocal(var);
+        WriteAnalog(queue, var);
 }
 
-void WriteBool(const RW_VAR* var)
+void WriteBool(FrameQueue& queue, const RW_VAR* var)
 {
     // Only the byte value 1 switches a coil on.
     const int coil = (!var->value.isEmpty() && var->value.at(0) == 1) ? COIL_ON << 8 : 0;
-    FrameWriter frame(queueFrame(REQUEST_LENGTH, WRITE_REPLY_LENGTH, 0, 0, var));
+    FrameWriter frame(queue.append(*var, REQUEST_LENGTH, WRITE_REPLY_LENGTH, 0, 0));
     writeShortRequest(frame, var->station, FC_WRITE_SINGLE_COIL, get_add(var->area, var->address), coil);
 }
 
-void WriteAnalog(const RW_VAR* var)
+void WriteAnalog(FrameQueue& queue, const RW_VAR* var)
 {
     const int count = var->count;
     // A negative count has no frame (its length would be negative), nor has
@@ -50,12 +42,12 @@ void WriteAnalog(const RW_VAR* var)
         return;
     const int modbusAddress = get_add(var->area, var->address);
     if (count == 1) {
-        FrameWriter frame(queueFrame(REQUEST_LENGTH, WRITE_REPLY_LENGTH, 0, 0, var));
+        FrameWriter frame(queue.append(*var, REQUEST_LENGTH, WRITE_REPLY_LENGTH, 0, 0));
         writeShortRequest(frame, var->station, FC_WRITE_SINGLE_REGISTER, modbusAddress, registerAt(var->value, 0));
         return;
     }
     const int functionCode = count >= 2 ? FC_WRITE_MULTIPLE_REGISTERS : FC_NONE;
-    FrameWriter frame(queueFrame(MULTIPLE_WRITE_HEADER + 2 * count, WRITE_REPLY_LENGTH, 0, 0, var));
+    FrameWriter frame(queue.append(*var, MULTIPLE_WRITE_HEADER + 2 * count, WRITE_REPLY_LENGTH, 0, 0));
     writeMbapHeader(frame, MULTIPLE_WRITE_HEADER - MBAP_LENGTH_AFTER_FIELD + 2 * count, var->station);
     frame.byte(functionCode);
     frame.word16(modbusAddress);

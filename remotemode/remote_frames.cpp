@@ -1,7 +1,5 @@
 #include "remotemode/remote_frames.h"
 
-#include "driver/frame_queue.h"
-#include "image/station_image.h"
 #include "modbus/areas.h"
 #include "modbus/frame_bytes.h"
 
@@ -29,7 +27,7 @@ void writeCheckByte(FrameWriter& frame)
 
 }  // namespace
 
-void Remote_ReadVar(const RW_VAR* var)
+void Remote_ReadVar(FrameQueue& queue, const RW_VAR* var)
 {
     // The reply's size follows from the area; a read of an unknown area, or
     // of a count the 16-bit field cannot carry, has no reply to expect and
@@ -37,22 +35,19 @@ void Remote_ReadVar(const RW_VAR* var)
     if (!isArea(var->area) || var->count < 0 || var->count > MAX_QUANTITY)
         return;
     const int dataLength = isBitArea(var->area) ? var->count : 2 * var->count;
-    FrameWriter frame(
-        queueFrame(REMOTE_READ_LENGTH, REMOTE_REPLY_HEADER + dataLength, REMOTE_REPLY_HEADER, dataLength, var));
-    frame.byte(REMOTE_READ_LENGTH);
+    FrameWriter frame(queue.append(*var, REMOTE_RECORD_FRAME_LENGTH, REMOTE_REPLY_HEADER + dataLength,
+                                   REMOTE_REPLY_HEADER, dataLength));
+    frame.byte(REMOTE_RECORD_FRAME_LENGTH);
     writeRecordFields(frame, var);
     writeCheckByte(frame);
 }
 
-void Remote_WriteVar(const RW_VAR* var)
+void Remote_WriteVar(FrameQueue& queue, const RW_VAR* var)
 {
-    const int length = REMOTE_READ_LENGTH + var->value.size();
-    // Unlike the Modbus builder this resets the request's frame counters as
-    // well (queueFrame does), so every write is completed by its own reply.
-    FrameWriter frame(queueFrame(length, REMOTE_WRITE_REPLY_LENGTH, 0, 0, var));
+    const int length = REMOTE_RECORD_FRAME_LENGTH + var->value.size();
+    FrameWriter frame(queue.append(*var, length, REMOTE_WRITE_REPLY_LENGTH, 0, 0));
     frame.byte(length);  // only its low 8 bits fit
     writeRecordFields(frame, var);
     frame.bytes(var->value);
     writeCheckByte(frame);
-    WriteDataToLocal(var);
 }

@@ -99,23 +99,6 @@ inline std::string describe(const RW_VAR& v)
     return to_string(v.area) + ':' + to_string(v.address) + ':' + to_string(v.count) + '@' + to_string(v.station) +
            (v.auxText.isEmpty() ? "" : "/" + v.auxText.toStdString());
 }
-// Every field of a record, for comparisons that must hold field for field.
-inline std::string everyField(const RW_VAR& v)
-{
-    std::string text;
-    for (int field : {v.sourceType, v.sourceId, v.rwType, v.remoteFlag, v.linkId, v.returnCode, v.area, v.address,
-                      v.station, v.count, v.param1, v.param2})
-        text += std::to_string(field) + ',';
-    return text + v.addressText.toStdString() + "/" + v.auxText.toStdString() + "=" + hexText(v.value);
-}
-inline std::vector<std::string> everyEntry(const QList<RW_VAR>& list)
-{
-    std::vector<std::string> out;
-    for (const RW_VAR& v : list)
-        out.push_back(everyField(v));
-    return out;
-}
-
 // describe()=value of each entry of a list.
 inline std::string entries(const QList<RW_VAR>& list)
 {

@@ -41,6 +41,26 @@ TEST(Packing, BitFormsDifferForBytesOtherThanOneAndZero)
     EXPECT_EQ(hexText(out), "01 00 00 01");
 }
 
+// A count below one value touches neither the array nor the bytes.
+TEST(Packing, NothingToMoveTouchesNothing)
+{
+    QByteArray out, in = hexBytes("01 02 03 04");
+    for (int count : {0, -1, INT_MIN, 1}) {
+        const bool oneWord = count == 1;  // half of a 32-bit value
+        if (!oneWord) {
+            GetBitFromUC(out, nullptr, 0, count);
+            GetBitFromUS(out, nullptr, 0, count);
+            GetWordFromUS(out, nullptr, 0, count);
+            SetBitToUC(0, nullptr, &in, count);
+            SetBitToUS(0, nullptr, &in, count);
+            SetWordToUS(0, nullptr, &in, count);
+        }
+        GetWordFromUI(out, nullptr, 0, count);
+        SetWordToUI(0, nullptr, &in, count);
+    }
+    EXPECT_TRUE(out.isEmpty());
+}
+
 TEST(CheckValues, KnownVectors)
 {
     QByteArray ff(300, static_cast<char>(0xFF)), digits("123456789"), request = hexBytes("01 03 00 00 00 0A");
@@ -116,13 +136,12 @@ TEST_F(DriverTest, StoreOfAShortReply)
     for (int multiStation : {0, 1}) {
         info.multiStation = multiStation;
         for (const RW_VAR& var : {record(AREA_VW, 10, 2, 4), record(AREA_M, 7, 2, 4)}) {
-            // The frame in flight: a 9-byte header, then two bytes per word or one per bit.
-            PLC_driver.frameQueue.clear();
-            Protocol& p = PLC_driver.frameQueue.append(0);
+            // The frame answered: a 9-byte header, then two bytes per word or one per bit.
+            Protocol p = Protocol();
             p.replyHeaderLength = 9;
             p.dataLength = var.area == AREA_VW ? 4 : 2;
             p.var = var;
-            SaveToLocalDataErea(&reply);
+            SaveToLocalDataErea(p, &reply);
         }
     }
     EXPECT_EQ(PLC_driver.wordImage[3][10], 0x0102);

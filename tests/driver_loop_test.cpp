@@ -93,6 +93,27 @@ TEST_F(LoopTest, ScanDoneAfterOneMoreGoodReplyThanEntriesAndRetriesCountedAcross
     EXPECT_EQ(codes, std::vector<int>({1, 1, 1, 0, 1, 0, 41})) << "only a give-up resets the failure count";
 }
 
+// A panel runs for months and a host may hand in any length: the counters
+// stop at INT_MAX, and a length that is no reply's is just a wrong length.
+TEST_F(LoopTest, CountersSaturateAndLengthsAreJustWrong)
+{
+    rebuild({hostVar(AREA_AM, "1", 1)});
+    info.retryLimit = INT_MAX;
+    info.retryCount = INT_MAX;
+    for (int length : {INT_MIN, -1, INT_MAX}) {
+        ASSERT_NE(ComCommunication(), nullptr);
+        QByteArray reply(11, '\0');
+        EXPECT_EQ(RC_RETRYING, DataCom(&reply, length)->returnCode) << length;
+        EXPECT_EQ(INT_MAX, info.retryCount);
+    }
+    info.framesAnswered = INT_MAX;
+    info.framesPerRequest = INT_MIN;
+    QByteArray good = hexBytes("00 00 00 00 00 05 01 03 02 00 07");
+    EXPECT_EQ(RC_LOCAL_OK, DataCom(&good, good.size())->returnCode);
+    EXPECT_EQ(INT_MAX, info.framesAnswered);
+    EXPECT_EQ(image(AREA_AM, "1", 1, 1), "07 00");
+}
+
 // ---- Failed replies: repeated, then given up with base + 1 + requester category.
 
 struct FailureCase { const char* name; char list; int sourceType, linkId, rwType; Answer::Kind answer; int code; };
@@ -153,7 +174,7 @@ TEST_F(LoopTest, OneShotRequestReportsAfterItsLastPieceOnlyOnTheLocalLink)
     EXPECT_FALSE(fake.step().sent);
 }
 
-struct CleanUpCase { const char* name; int multiStation; const char* afterwards; };
+struct CleanUpCase { const char* name; int multiStation; const char *writes, *afterwards; };
 class GiveUpCleanUp : public LoopTest, public ::testing::WithParamInterface<CleanUpCase> {};
 
 TEST_P(GiveUpCleanUp, DropsTheRequestAndTheWritesItConcerns)
@@ -165,15 +186,22 @@ TEST_P(GiveUpCleanUp, DropsTheRequestAndTheWritesItConcerns)
     ASSERT_NE(ComCommunication(), nullptr);  // the first piece is in flight when the writes come
     for (int address : {100, 101, 200, 201})
         addWrite(write(address / 100, address));
-    EXPECT_EQ((FakeController{{timeout, timeout, timeout}}.run(3)[2].code), 41 + 2);
-    EXPECT_EQ(g_callbacks.readDone, std::vector<std::vector<intptr_t>>({{77, 2, 7, 2}})) << "given up: status 2";
-    EXPECT_EQ(targets(FakeController().run(5)), GetParam().afterwards);  // what is still sent, in order
+    EXPECT_EQ((FakeController{{timeout, timeout, timeout}}.run(3)[2].code), RC_LOCAL_NO_REPLY + 1 + 2);
+    EXPECT_EQ(g_callbacks.readDone, std::vector<std::vector<intptr_t>>({{77, 2, 7, READ_DONE_GIVEN_UP}}));
+    // The queues still find what is left: a write merges into its waiting
+    // target, and the dropped request may be asked for again.
+    addWrite(record(AREA_VW, 201, 1, 2, 0, 0, "78 56"));
+    addOnce(record(AREA_Q, 11, 1, 1, 2, 7));
+    EXPECT_EQ(entries(PLC_driver.writeList.list()), GetParam().writes);
+    EXPECT_EQ(targets(FakeController().run(6)), GetParam().afterwards);  // what is still sent, in order
 }
 
-INSTANTIATE_TEST_SUITE_P(Modes, GiveUpCleanUp,
-                         ::testing::Values(CleanUpCase{"SingleStation", 0, "1:20:1@1 - - - -"},
-                                           CleanUpCase{"MultiStation", 1, "7:200:1@2 7:201:1@2 1:20:1@1 1:30:1@2 -"}),
-                         rowName);
+INSTANTIATE_TEST_SUITE_P(
+    Modes, GiveUpCleanUp,
+    ::testing::Values(CleanUpCase{"SingleStation", 0, "7:201:1@2=78 56", "7:201:1@2 1:20:1@1 1:11:1@1 - - -"},
+                      CleanUpCase{"MultiStation", 1, "7:200:1@2=34 12, 7:201:1@2=78 56",
+                                  "7:200:1@2 7:201:1@2 1:20:1@1 1:30:1@2 1:11:1@1 -"}),
+    rowName);
 
 // A screen change while a cyclic frame is on its way: its give-up is charged
 // to the frame's own station, not to the new list's head, whose writes the
@@ -260,6 +288,24 @@ TEST_F(LoopTest, CyclicEntryWithoutAFrameNeverHoldsTheScan)
             served += describe(e.var) == describe(good) ? 1 : 100;
     EXPECT_GE(served, 2);
     EXPECT_LE(served, 4);  // and the bad entry never went out
+}
+
+// A write enters the image as its frame is built, even where its area has
+// none; while the link is down a Modbus write leaves that to the host's write.
+TEST_F(LoopTest, WriteEntersTheImageAsItsFrameIsBuilt)
+{
+    struct Row { int remoteMode, linkDown, area; bool framed; const char* image; } rows[] = {
+        {0, 0, AREA_VW, true, "34 12"}, {0, 1, AREA_VW, true, "00 00"}, {1, 1, AREA_VW, true, "34 12"},
+        {0, 0, AREA_I, false, "01"},    {0, 1, AREA_I, false, "00"}};
+    for (const Row& row : rows) {
+        SCOPED_TRACE(::testing::Message() << "row " << &row - rows);
+        SetUp();
+        info.remoteMode = row.remoteMode;
+        addWrite(record(row.area, 4, 1, 1, 0, 0, row.area == AREA_I ? "01" : "34 12"), QUEUE_UNCONDITIONAL);
+        PLC_driver.commFailed = static_cast<unsigned char>(row.linkDown);
+        EXPECT_EQ(ComCommunication() != nullptr, row.framed);
+        EXPECT_EQ(image(row.area, "4", 1, 1), row.image);
+    }
 }
 
 TEST_F(LoopTest, RemoteModeQueuesSendRemoteFramesEachCompletedByItsReply)

@@ -6,7 +6,6 @@
 
 #include "driver/locks.h"
 #include "driver/modbus_rtu_master.h"
-#include "image/bounds.h"
 #include "modbus/areas.h"
 #include "varlist/address_text.h"
 #include "varlist/pieces.h"
@@ -26,7 +25,7 @@ struct Rebuild {
 bool acceptedRange(const HOSTVAR& var, int* address, int* count)
 {
     *address = StringAddressToInt(var.area, var.addressText);
-    if (*address < 0 || *address >= IMAGE_AREA_SIZE || !isArea(var.area) || var.count < 0)
+    if (*address < 0 || *address >= ELEMENTS_PER_AREA || !isArea(var.area) || var.count < 0)
         return false;
     *count = clipToArea(*address, var.count);  // elements past the area's end do not exist
     return true;
@@ -148,7 +147,9 @@ int ReCreatReadVarList(QList<HOSTVAR>* vars)
     ComInfo* info = d.comInfo;
     Rebuild rebuild;
     rebuild.pattern = RW_VAR();
-    rebuild.pattern.sourceId = -1;
+    rebuild.pattern.sourceType = SOURCE_TYPE_CYCLIC;
+    rebuild.pattern.sourceId = SOURCE_ID_CYCLIC;
+    rebuild.pattern.rwType = RW_READ;
     rebuild.pattern.remoteFlag = info->remoteMode;
     rebuild.pattern.linkId = info->localLinkId;
     rebuild.pattern.returnCode = 0;  // an output field, defined before it is copied

@@ -17,14 +17,19 @@ struct Piece {
 
 typedef std::vector<Piece> PieceGroup;
 
-// Single-station splitting: one piece when count <= maxLen (any count),
-// otherwise pieces of maxLen and a rest.
+// The four steps of a rebuild are named as in the host interface.
+
+// Cuts a single-station variable into the target group: one piece when
+// count <= maxLen (any count), otherwise pieces of maxLen and a rest. It
+// always files the pieces; the name asks whether they need cutting.
 void WhetherGroup(int count, int maxLen, const Piece& whole, PieceGroup* target);
-// Stable sort by address alone.
+// A stable n log n sort by address alone, not a bubble sort: only its
+// result, pieces at one address in filing order, is the interface's.
 void Bubble_Sort(PieceGroup* group);
-// Emit one record per distinct bit address of a sorted group.
+// Appends one cyclic record per distinct bit address of a sorted group.
 void BitVarReCreat(const PieceGroup& group, const std::vector<RW_VAR>& templates);
-// Emit word blocks, merging gaps of up to 3 words and cutting at maxLen.
+// Appends the word blocks of a sorted group, merging gaps of up to
+// MERGE_GAP words and cutting at maxLen.
 void WordVarReCreat(const PieceGroup& group, const std::vector<RW_VAR>& templates, int maxLen);
 
 enum { MERGE_GAP = 3 };  // words nobody asked for that may be read to join two blocks

@@ -1,14 +1,13 @@
 // The write queue and the one-shot read queue.
 #include "driver/locks.h"
 #include "driver/modbus_rtu_master.h"
-#include "image/bounds.h"
 #include "modbus/areas.h"
 #include "varlist/address_text.h"
 #include "varlist/pieces.h"
 
 namespace {
 
-enum { UNCONDITIONAL = 1, QUEUE_CAPACITY = 1024 };
+enum { QUEUE_CAPACITY = 1024 };
 
 }  // namespace
 
@@ -17,7 +16,7 @@ int AddListWriteVar(RW_VAR* var, int flag)
     Modbus_RTU_Master& d = PLC_driver;
     DriverLock lock(&d.listMutex);
     WriteQueue& writes = d.writeList;
-    if (flag == UNCONDITIONAL || writes.size() < 2) {
+    if (flag == QUEUE_UNCONDITIONAL || writes.size() < 2) {
         writes.append(*var);
         return writes.size();
     }
@@ -35,7 +34,7 @@ int AddListWriteVar(RW_VAR* var, int flag)
 int AddListOnceReadVar(RW_VAR* var, int flag)
 {
     Modbus_RTU_Master& d = PLC_driver;
-    if (flag == UNCONDITIONAL) {
+    if (flag == QUEUE_UNCONDITIONAL) {
         DriverLock lock(&d.listMutex);
         d.onceReadList.append(*var);
         return d.onceReadList.size();

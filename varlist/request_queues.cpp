@@ -73,7 +73,7 @@ void WriteQueue::rebuildIndex()
         positions_[writeKey(list_.at(i))].append(static_cast<unsigned>(i));
 }
 
-void OnceReadQueue::count(const RW_VAR& var, int change)
+void OnceReadQueue::adjustCounts(const RW_VAR& var, int change)
 {
     const QueueKey key = readKey(var);
     const QPair<int, int> request = qMakePair(var.sourceType, var.sourceId);
@@ -85,7 +85,7 @@ void OnceReadQueue::count(const RW_VAR& var, int change)
 
 void OnceReadQueue::append(const RW_VAR& var)
 {
-    count(var, 1);
+    adjustCounts(var, 1);
     list_.append(var);
 }
 
@@ -93,7 +93,7 @@ bool OnceReadQueue::contains(const RW_VAR& var) const { return reads_.contains(r
 
 void OnceReadQueue::removeFirst()
 {
-    count(list_.first(), -1);
+    adjustCounts(list_.first(), -1);
     list_.removeFirst();
 }
 

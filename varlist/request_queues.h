@@ -102,7 +102,7 @@ private:
     QHash<QueueKey, int> reads_;
     QHash<QPair<int, int>, int> requests_;
 
-    void count(const RW_VAR& var, int change);
+    void adjustCounts(const RW_VAR& var, int change);
 };
 
 template <typename Matches>
@@ -115,7 +115,7 @@ void WriteQueue::removeIf(Matches matches)
 template <typename Matches>
 void OnceReadQueue::removeIf(Matches matches)
 {
-    filter(matches, [this](const RW_VAR& var) { count(var, -1); });
+    filter(matches, [this](const RW_VAR& var) { adjustCounts(var, -1); });
 }
 
 #endif  // LOGO_VARLIST_REQUEST_QUEUES_H

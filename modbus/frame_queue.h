@@ -1,6 +1,6 @@
 // Frames built and not yet answered; the head is the frame in flight.
-#ifndef LOGO_DRIVER_FRAME_QUEUE_H
-#define LOGO_DRIVER_FRAME_QUEUE_H
+#ifndef LOGO_MODBUS_FRAME_QUEUE_H
+#define LOGO_MODBUS_FRAME_QUEUE_H
 
 #include <QList>
 
@@ -20,9 +20,10 @@ public:
     const Protocol& first() const { return slots_.at(0); }
     const Protocol& at(int i) const { return slots_.at(i); }
 
-    // A slot at the end of the queue whose frame holds `length` bytes for
-    // the caller to write.
-    Protocol& append(int length);
+    // The one way a builder hands over a frame: appends a frame of `length`
+    // bytes with a copy of var and what its reply must look like. The
+    // builder writes the bytes through the pointer returned.
+    unsigned char* append(const RW_VAR& var, int length, int replyLength, int replyHeaderLength, int dataLength);
     void removeFirst();
     void clear() { count_ = 0; }
 
@@ -31,13 +32,4 @@ private:
     int count_;
 };
 
-// The one way a builder hands a finished frame to the scheduler: appends a
-// frame of `length` bytes with its reply bookkeeping and a copy of var, and
-// starts the request's frame counters afresh. The builder writes the bytes
-// through the pointer returned.
-unsigned char* queueFrame(int length, int replyLength, int replyHeaderLength, int dataLength, const RW_VAR* var);
-
-// The frame in flight: the head of frameQueue, which must not be empty.
-const Protocol& inFlight();
-
-#endif  // LOGO_DRIVER_FRAME_QUEUE_H
+#endif  // LOGO_MODBUS_FRAME_QUEUE_H
