@@ -16,7 +16,6 @@ namespace {
 using namespace logohost;
 
 constexpr int kLocalLinkId = 1;        // any fixed value: results for it are local ones
-constexpr int kWritesToController = 2;  // writeMode: queue writes for the controller, not just the image
 
 ComInfo comInfoFor(const Options& options)
 {
@@ -27,7 +26,7 @@ ComInfo comInfoFor(const Options& options)
     info.multiStation = options.multiStation ? 1 : 0;
     info.remoteMode = options.remoteMode ? 1 : 0;
     info.localLinkId = kLocalLinkId;
-    info.writeMode = kWritesToController;
+    info.writeMode = WRITE_MODE_TO_CONTROLLER;
     info.hostContext = 0;
     return info;
 }

@@ -185,7 +185,7 @@ void CommLoop::traceVerdict(const RequestResult& result)
 {
     if (!trace_.enabled() || isSuccessCode(result.returnCode))
         return;
-    const std::string request = std::string(result.rwType == 1 ? "write " : "read ") +
+    const std::string request = std::string(result.rwType == RW_WRITE ? "write " : "read ") +
                                 rangeName(result.area, result.address, result.count, result.station, info_.multiStation != 0);
     const std::string verdict = result.returnCode == RC_RETRYING ? failureWords(result.failure) + ", to be repeated"
                                                                  : failureText(result.failure) + ", given up";

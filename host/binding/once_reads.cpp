@@ -3,12 +3,6 @@
 #include "host/notation/return_codes.h"
 
 namespace logohost {
-namespace {
-
-constexpr int kReadDone = 1;
-
-}  // namespace
-
 void OnceReads::add(int sourceId, int station)
 {
     const std::lock_guard<std::mutex> lock(mutex_);
@@ -26,7 +20,7 @@ void OnceReads::onReadDone(int sourceType, int sourceId, int status)
     if (found == reads_.end())
         return;
     found->second.done = true;
-    found->second.ok = status == kReadDone;
+    found->second.ok = status == READ_DONE_COMPLETED;
 }
 
 void OnceReads::onResult(const RequestResult& result)

@@ -1,13 +1,6 @@
 #include "host/binding/scan_pacer.h"
 
 namespace logohost {
-namespace {
-
-constexpr int kCyclicSourceType = 0;
-constexpr int kCyclicSourceId = -1;
-
-}  // namespace
-
 ScanPacer::ScanPacer(std::chrono::milliseconds period, HostWaiting hostWaiting)
     : period_(period), hostWaiting_(std::move(hostWaiting)), periodEnd_(Clock::now())
 {
@@ -25,8 +18,8 @@ void ScanPacer::setListSize(int requests)
 void ScanPacer::onResult(const RequestResult& result)
 {
     // A repeated frame is still the same request: only its end counts.
-    if (result.returnCode == RC_RETRYING || result.rwType != 0 || result.sourceType != kCyclicSourceType ||
-        result.sourceId != kCyclicSourceId)
+    if (result.returnCode == RC_RETRYING || result.rwType != RW_READ || result.sourceType != SOURCE_TYPE_CYCLIC ||
+        result.sourceId != SOURCE_ID_CYCLIC)
         return;
     const std::lock_guard<std::mutex> lock(mutex_);
     ++used_;

@@ -88,7 +88,7 @@ ScanState::ScanState(const DriverApi& api, const std::vector<Variable>& variable
 
 bool ScanState::covers(const Element& element, const RequestResult& result) const
 {
-    if (result.rwType != 0 || result.area != element.area || (multiStation_ && result.station != element.status.station))
+    if (result.rwType != RW_READ || result.area != element.area || (multiStation_ && result.station != element.status.station))
         return false;
     return element.address < result.address + result.count && result.address < element.address + element.span;
 }

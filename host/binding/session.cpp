@@ -13,8 +13,6 @@ constexpr std::chrono::milliseconds kWaitSlice{50};  // waiters look at the cloc
 constexpr std::chrono::seconds kRateInterval{1};
 constexpr std::chrono::milliseconds kDeadlineSlack{2000};
 constexpr std::chrono::milliseconds kWorstBackoff{2000};  // the link's longest pause between connection attempts
-constexpr int kStationOff = 0;
-constexpr int kStationOn = 1;  // EnCommStation's enable values
 
 std::set<int> stationsOf(const std::vector<Variable>& variables, int defaultStation)
 {
@@ -214,7 +212,7 @@ void Session::switchStation(int station, bool on, const std::string& note)
         const std::lock_guard<std::mutex> lock(stationMutex_);
         if (demotion_)
             demotion_->forget(station);
-        api_.enableStation(station, on ? kStationOn : kStationOff);
+        api_.enableStation(station, on ? STATION_ON : STATION_OFF);
         onStationSwitched(station, on, note);
     }
     pacer_.wake();

@@ -5,13 +5,6 @@
 #include "host/notation/return_codes.h"
 
 namespace logohost {
-namespace {
-
-constexpr int kStationOff = 0;
-constexpr int kStationOn = 1;  // EnCommStation's enable values
-
-}  // namespace
-
 
 StationDemotion::StationDemotion(const DriverApi& api, int after, std::chrono::milliseconds offFor, Report report,
                                  Now now)
@@ -30,7 +23,7 @@ void StationDemotion::onResult(const RequestResult& result)
     const int inRow = ++givenUpInRow_[result.station];
     if (inRow < after_)
         return;
-    api_.enableStation(result.station, kStationOff);
+    api_.enableStation(result.station, STATION_OFF);
     offUntil_[result.station] = now_() + offFor_;
     givenUpInRow_.erase(result.station);
     report_(result.station, true,
@@ -49,7 +42,7 @@ void StationDemotion::tick()
         }
         const int station = it->first;
         it = offUntil_.erase(it);
-        api_.enableStation(station, kStationOn);
+        api_.enableStation(station, STATION_ON);
         report_(station, false, "station " + std::to_string(station) + " switched on again");
     }
 }

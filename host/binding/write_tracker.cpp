@@ -5,8 +5,6 @@
 namespace logohost {
 namespace {
 
-constexpr int kWriteResult = 1;  // rwType of a write's result
-
 std::set<int> addressesOf(const DriverRange& range)
 {
     std::set<int> all;
@@ -51,7 +49,7 @@ void WriteTracker::onResult(const RequestResult& result)
     if (result.returnCode == RC_RETRYING)
         return;
     const std::lock_guard<std::mutex> lock(mutex_);
-    const bool writeResult = result.rwType == kWriteResult;
+    const bool writeResult = result.rwType == RW_WRITE;
     for (PendingWrite& write : writes_) {
         if (writeResult && write.sourceId == result.sourceId)
             settle(&write, result);

@@ -69,7 +69,7 @@ void PlantModel::attach(Session& session)
 {
     session_ = &session;
     session.addResultObserver([this](const RequestResult& result) {
-        if (result.rwType == 0)
+        if (result.rwType == RW_READ)
             recordTrends();
     });
     const std::lock_guard<std::mutex> lock(scanMutex_);

@@ -5,10 +5,8 @@
 namespace logohost {
 namespace {
 
-constexpr int kSourceTypeCategories = 12;  // failure codes are base + 1 + sourceType for sourceType 0..11
-
 // Whether a code is base + 1 + some requester category.
-bool inFamily(int code, int base) { return code > base && code <= base + kSourceTypeCategories; }
+bool inFamily(int code, int base) { return code > base && code <= base + SOURCE_TYPE_CATEGORIES; }
 
 }  // namespace
 

@@ -320,6 +320,7 @@ class PanelInBrowser(unittest.TestCase):
             self.assertEqual(waiting(), [])
             self.browser.close()
             self.browser.switch_to.window(first)
+            self.browser.get(self.base + "screen/overview")  # nothing left polling the panel that stops
         finally:
             self.assertEqual(panel.stop(), 0)
 
