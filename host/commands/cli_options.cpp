@@ -223,6 +223,78 @@ bool checkArguments(const Options& options, std::string* error)
     return true;
 }
 
+const char* const kUsageIntro = R"(usage: logohost [OPTIONS] COMMAND ARGUMENTS...
+
+Exchanges data with a Siemens LOGO! controller over Modbus TCP through the
+driver liblogo_modbus_tcp.so. Without --plc it starts a built-in simulated
+controller on a free loopback port.
+)";
+
+const char* const kUsageCommands = R"(Commands:
+  watch VAR...          scan the variables cyclically and show them live
+  read VAR...           read the variables once (one full scan) and print them
+  write VAR=VALUE...    write values to the controller and wait for each result
+  panel [--screens FILE] [--listen HOST:PORT] [--token TOKEN] [--read-only]
+                        serve an operator panel to browsers and print its address
+  sim [--listen HOST:PORT] [--animate] [--fault KIND[:every=N]...]...
+                        run the simulated controller as a server (sim --help)
+)";
+
+const char* const kUsageVariables = R"(Variables (count :N, station @S with --stations):
+  I1-I24  Q1-Q20  M1-M64  V0.0-V850.7 (byte.bit)  AI1-AI8  AQ1-AQ8  AM1-AM64
+  VW0-VW848 and VD0-VD846 by even V byte number (VD: 32 bits, high word first)
+  e.g. VW0:8  Q1:4  V10.3  AM5:2  VW0:4@2
+Values: bits 0/1, on/off, true/false; words -32768..65535 or 0xFFFF; VD 32-bit.
+  Several elements: VW0:3=1,2,3
+)";
+
+const char* const kUsageOptions = R"(Options:
+  --plc HOST[:PORT]     the controller (port 502 by default; IPv6 as [ADDR]:PORT)
+  --station N           Modbus unit identifier (default 1)
+  --stations            several stations: variables carry @STATION
+  --demote-after N      with --stations, switch a station off after N given-up
+                        requests in a row (default 3)
+  --demote-for SECONDS  ... for this long (default 10)
+  --remote-mode         use the driver's remote-mode frames instead of Modbus
+  --max-block N         most words in one request (1-125, default 64)
+  --retries N           failed replies before a request is given up (default 2)
+  --timeout SECONDS     reply time-out (default 1)
+  --interval SECONDS    watch: display refresh / scan line period (default 1)
+  --scan-period SECONDS watch, panel: one pass over the scanned variables per
+                        period at most (default 0.5, a few frames a second,
+                        which a LOGO! serves beside its other clients with
+                        ease; 0: as fast as the link goes, for measurements)
+  --duration SECONDS    watch, panel: stop after this long (default: until Ctrl-C)
+  --format FORMAT       table (default), csv or jsonl
+  --trace               every frame in hex on standard error
+  --driver PATH         the driver library (default: beside logohost)
+  --help                this text
+)";
+
+const char* const kUsagePanel = R"(Panel options:
+  --screens FILE        the screens (JSON; see README.md); default: built-in
+                        screens for the simulator
+  --listen HOST[:PORT]  where browsers connect (default 127.0.0.1:8502; port 0:
+                        any free port). Off loopback, changes need a token.
+  --token TOKEN         the token changes need (default: none on loopback,
+                        else generated and printed in the address)
+  --read-only           no writes and no station switching, and no controls
+  --max-viewers N       screens open in browsers at once (default 150): each
+                        open screen holds one of the server's threads; a page
+                        past the limit says so and tries again every 5 s
+  The panel scans only the screens some browser shows (or a script polled in
+  the last 10 s), plus the trended variables, always.
+)";
+
+const char* const kUsageExamples = R"(Examples:
+  logohost watch VW0:4 AI1:2 Q1:4
+  logohost --plc 192.168.0.3 read AM1:4 V10.3 --format csv
+  logohost --plc 192.168.0.3 write VW0=1234 Q1=on VD4=-100000
+  logohost --stations --plc 192.168.0.3 watch VW0:2@1 VW0:2@2 --demote-after 1
+  logohost panel --plc 192.168.0.3 --screens pumps.json
+  logohost sim --listen 127.0.0.1:5020 --animate --fault late:every=10:delay=1500
+)";
+
 }  // namespace
 
 ParseStatus parseOptions(int argc, char** argv, Options* out, std::string* error)
@@ -257,72 +329,11 @@ ParseStatus parseOptions(int argc, char** argv, Options* out, std::string* error
 
 std::string usageText()
 {
-    return R"(usage: logohost [OPTIONS] COMMAND ARGUMENTS...
-
-Exchanges data with a Siemens LOGO! controller over Modbus TCP through the
-driver liblogo_modbus_tcp.so. Without --plc it starts a built-in simulated
-controller on a free loopback port.
-
-Commands:
-  watch VAR...          scan the variables cyclically and show them live
-  read VAR...           read the variables once (one full scan) and print them
-  write VAR=VALUE...    write values to the controller and wait for each result
-  panel [--screens FILE] [--listen HOST:PORT] [--token TOKEN] [--read-only]
-                        serve an operator panel to browsers and print its address
-  sim [--listen HOST:PORT] [--animate] [--fault KIND[:every=N]...]...
-                        run the simulated controller as a server (sim --help)
-
-Variables (count :N, station @S with --stations):
-  I1-I24  Q1-Q20  M1-M64  V0.0-V850.7 (byte.bit)  AI1-AI8  AQ1-AQ8  AM1-AM64
-  VW0-VW848 and VD0-VD846 by even V byte number (VD: 32 bits, high word first)
-  e.g. VW0:8  Q1:4  V10.3  AM5:2  VW0:4@2
-Values: bits 0/1, on/off, true/false; words -32768..65535 or 0xFFFF; VD 32-bit.
-  Several elements: VW0:3=1,2,3
-
-Options:
-  --plc HOST[:PORT]     the controller (port 502 by default; IPv6 as [ADDR]:PORT)
-  --station N           Modbus unit identifier (default 1)
-  --stations            several stations: variables carry @STATION
-  --demote-after N      with --stations, switch a station off after N given-up
-                        requests in a row (default 3)
-  --demote-for SECONDS  ... for this long (default 10)
-  --remote-mode         use the driver's remote-mode frames instead of Modbus
-  --max-block N         most words in one request (1-125, default 64)
-  --retries N           failed replies before a request is given up (default 2)
-  --timeout SECONDS     reply time-out (default 1)
-  --interval SECONDS    watch: display refresh / scan line period (default 1)
-  --scan-period SECONDS watch, panel: one pass over the scanned variables per
-                        period at most (default 0.5, a few frames a second,
-                        which a LOGO! serves beside its other clients with
-                        ease; 0: as fast as the link goes, for measurements)
-  --duration SECONDS    watch, panel: stop after this long (default: until Ctrl-C)
-  --format FORMAT       table (default), csv or jsonl
-  --trace               every frame in hex on standard error
-  --driver PATH         the driver library (default: beside logohost)
-  --help                this text
-
-Panel options:
-  --screens FILE        the screens (JSON; see README.md); default: built-in
-                        screens for the simulator
-  --listen HOST[:PORT]  where browsers connect (default 127.0.0.1:8502; port 0:
-                        any free port). Off loopback, changes need a token.
-  --token TOKEN         the token changes need (default: none on loopback,
-                        else generated and printed in the address)
-  --read-only           no writes and no station switching, and no controls
-  --max-viewers N       screens open in browsers at once (default 150): each
-                        open screen holds one of the server's threads; a page
-                        past the limit says so and tries again every 5 s
-  The panel scans only the screens some browser shows (or a script polled in
-  the last 10 s), plus the trended variables, always.
-
-Examples:
-  logohost watch VW0:4 AI1:2 Q1:4
-  logohost --plc 192.168.0.3 read AM1:4 V10.3 --format csv
-  logohost --plc 192.168.0.3 write VW0=1234 Q1=on VD4=-100000
-  logohost --stations --plc 192.168.0.3 watch VW0:2@1 VW0:2@2 --demote-after 1
-  logohost panel --plc 192.168.0.3 --screens pumps.json
-  logohost sim --listen 127.0.0.1:5020 --animate --fault late:every=10:delay=1500
-)";
+    // One text per section of --help.
+    std::string text;
+    for (const char* section : {kUsageIntro, kUsageCommands, kUsageVariables, kUsageOptions, kUsagePanel, kUsageExamples})
+        text += std::string(section) + (section == kUsageExamples ? "" : "\n");
+    return text;
 }
 
 }  // namespace logohost

@@ -26,6 +26,25 @@ bool parseVariables(const Options& options, std::vector<Variable>* out, std::str
     return true;
 }
 
+std::unique_ptr<Session> startScan(CommandContext& context, bool paced, Session::StationObserver onStation,
+                                   std::vector<Variable>* variables)
+{
+    std::string error;
+    if (!parseVariables(context.options, variables, &error)) {
+        complain(error);
+        return nullptr;
+    }
+    std::unique_ptr<Session> session(new Session(context.api, context.info, context.links, context.trace,
+                                                 sessionSettings(context.options, context.info, paced), *variables));
+    session->addStationObserver(std::move(onStation));
+    std::vector<size_t> all;
+    for (size_t v = 0; v < variables->size(); ++v)
+        all.push_back(v);
+    session->scan(all);
+    session->start();
+    return session;
+}
+
 bool checkCommandArguments(const Options& options, std::string* error)
 {
     if (options.command == "panel")

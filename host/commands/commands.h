@@ -3,6 +3,7 @@
 #define LOGOHOST_COMMANDS_H
 
 #include <chrono>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -34,6 +35,12 @@ int runPanel(CommandContext& context);
 bool checkPanelArguments(const Options& options, std::string* error);
 
 bool parseVariables(const Options& options, std::vector<Variable>* out, std::string* error);
+
+// A session scanning every variable the command names (read, watch),
+// started; null after saying what was wrong with a variable. Station
+// switches are told to onStation.
+std::unique_ptr<Session> startScan(CommandContext& context, bool paced, Session::StationObserver onStation,
+                                   std::vector<Variable>* variables);
 // Every variable or VAR=VALUE of the command, checked before any I/O starts.
 bool checkCommandArguments(const Options& options, std::string* error);
 

@@ -81,27 +81,18 @@ void reportUnread(const std::vector<Variable>& variables, const std::vector<Read
 
 int runRead(CommandContext& context)
 {
-    const Options& options = context.options;
     std::vector<Variable> variables;
-    std::string error;
-    if (!parseVariables(options, &variables, &error)) {
-        complain(error);
+    const std::unique_ptr<Session> scan =
+        startScan(context, false, [](int, bool, const std::string& note) { complain(note); }, &variables);
+    if (!scan)
         return kExitUsage;
-    }
-    Session session(context.api, context.info, context.links, context.trace,
-                    sessionSettings(options, context.info, false), variables);
-    session.addStationObserver([](int, bool, const std::string& note) { complain(note); });
-    std::vector<size_t> all;
-    for (size_t v = 0; v < variables.size(); ++v)
-        all.push_back(v);
-    session.scan(all);
-    session.start();
-    const auto limit = session.requestDeadline(kGiveUpsPerVariable * framesPerScan(variables, options.maxBlock));
+    Session& session = *scan;
+    const auto limit = session.requestDeadline(kGiveUpsPerVariable * framesPerScan(variables, context.options.maxBlock));
     const ReadEnd end = waitForScan(session, std::chrono::steady_clock::now() + limit);
     session.stop();
 
     const std::vector<Reading> readings = readingsOf(session.elements(), endText(end, limit));
-    std::fputs(readResults(readings, options.format).c_str(), stdout);
+    std::fputs(readResults(readings, context.options.format).c_str(), stdout);
     reportUnread(variables, readings);
     // Decided on what was printed, not on what the wait saw: the scan went
     // on until it stopped.

@@ -76,22 +76,14 @@ private:
 int runWatch(CommandContext& context)
 {
     const Options& options = context.options;
-    std::vector<Variable> variables;
-    std::string error;
-    if (!parseVariables(options, &variables, &error)) {
-        complain(error);
-        return kExitUsage;
-    }
     const bool terminal = isatty(STDOUT_FILENO) == 1;
     EventLog events(terminal);
-    Session session(context.api, context.info, context.links, context.trace,
-                    sessionSettings(options, context.info, true), variables);
-    session.addStationObserver([&events](int, bool, const std::string& note) { events.add(note); });
-    std::vector<size_t> all;
-    for (size_t v = 0; v < variables.size(); ++v)
-        all.push_back(v);
-    session.scan(all);
-    session.start();
+    std::vector<Variable> variables;
+    const std::unique_ptr<Session> scan =
+        startScan(context, true, [&events](int, bool, const std::string& note) { events.add(note); }, &variables);
+    if (!scan)
+        return kExitUsage;
+    Session& session = *scan;
 
     const std::string title = "logohost watch, controller " + context.links.describe();
     std::unique_ptr<LiveScreen> screen(terminal ? new LiveScreen : nullptr);
