@@ -168,6 +168,30 @@ ElementStatus ScanState::judged(const Element& element, const LinkHealth& health
     return status;
 }
 
+bool ScanState::fresh(int station, int area, int address, int count, std::chrono::milliseconds maxAge,
+                      const HealthOf& health) const
+{
+    if (health(station).state != LinkState::Ok)
+        return false;
+    const std::lock_guard<std::mutex> lock(mutex_);
+    const auto now = timing_.now();
+    for (int at = address; at < address + count; ++at) {
+        bool covered = false;
+        for (const Element& element : elements_) {
+            if (element.area != area || element.status.station != station || at < element.address ||
+                at >= element.address + element.span)
+                continue;
+            covered = element.status.hasValue && !element.lastFailed && !element.stationOff &&
+                      now - element.readAt <= maxAge;
+            if (covered)
+                break;
+        }
+        if (!covered)
+            return false;
+    }
+    return true;
+}
+
 std::vector<ElementStatus> ScanState::snapshot(const HealthOf& health) const
 {
     const std::lock_guard<std::mutex> lock(mutex_);

@@ -74,6 +74,11 @@ public:
 
     // Every element with its quality as of now.
     std::vector<ElementStatus> snapshot(const HealthOf& health) const;
+    // Whether every bit or word of the range belongs to an element read
+    // well within maxAge, its station answering: the image then holds what
+    // a new read would most likely bring.
+    bool fresh(int station, int area, int address, int count, std::chrono::milliseconds maxAge,
+               const HealthOf& health) const;
     ElementStatus element(size_t index, const HealthOf& health) const;
     size_t size() const { return elements_.size(); }
     // Results seen so far; an element whose lastResult is above this number

@@ -331,6 +331,20 @@ void Session::bump()
 
 // ---- the truth ------------------------------------------------------------------
 
+bool Session::freshInImage(const DriverRange& range, std::chrono::milliseconds maxAge) const
+{
+    return scanState_.fresh(range.station, range.area, range.address, range.count, maxAge,
+                            [this](int station) { return health_.station(station); });
+}
+
+std::vector<uint8_t> Session::imageBytes(const DriverRange& range) const
+{
+    QByteArray data;
+    api_.getRegisterData(QString(), range.area, QString::fromStdString(range.addressText), range.station, data,
+                         range.count);
+    return std::vector<uint8_t>(data.begin(), data.end());
+}
+
 std::vector<ElementStatus> Session::elements() const
 {
     return scanState_.snapshot([this](int station) { return health_.station(station); });

@@ -130,6 +130,13 @@ public:
     std::vector<StationState> stations() const;
     bool stationOn(int station) const;
 
+    // Whether the scan read every bit or word of the range within maxAge
+    // and its station is answering: the image can stand for a new read.
+    bool freshInImage(const DriverRange& range, std::chrono::milliseconds maxAge) const;
+    // The range from the image, as the driver lays it out: a byte per bit,
+    // two per word, low byte first.
+    std::vector<uint8_t> imageBytes(const DriverRange& range) const;
+
     std::vector<ElementStatus> elements() const;
     ElementStatus element(size_t index) const;
     // Results seen so far: an element whose lastResult equals it was covered
