@@ -45,8 +45,9 @@ std::vector<ControllerAddress> controllersOf(const Options& options)
         address.host = plc.host;
         address.port = plc.port;
         address.station = plc.station;
-        address.name = plc.station < 0 ? common::endpointText(plc.host, plc.port)
-                                       : "station " + std::to_string(plc.station);
+        address.name = !plc.name.empty() ? plc.name
+                       : plc.station < 0 ? common::endpointText(plc.host, plc.port)
+                                         : "station " + std::to_string(plc.station);
         controllers.push_back(address);
     }
     return controllers;
@@ -88,7 +89,7 @@ int main(int argc, char** argv)
     if (options.command == "sim")
         return runSimulatorCommand(options.args);
 
-    if (!checkCommandArguments(options, &error))
+    if (!prepareCommand(&options, &error))
         return fail(error, kExitUsage);
     installInterruptHandlers();
     EmbeddedSimulator simulator;
@@ -97,7 +98,7 @@ int main(int argc, char** argv)
             return fail("cannot start the built-in simulator: " + error, kExitFailed);
         std::fprintf(stderr, "logohost: no --plc given, using the built-in LOGO! simulator on %s\n",
                      common::endpointText(simulator.host(), simulator.port()).c_str());
-        options.plcs.push_back(PlcOption{-1, simulator.host(), simulator.port()});
+        options.plcs.push_back(PlcOption{-1, simulator.host(), simulator.port(), ""});
     }
     return runCommand(options);
 }

@@ -63,6 +63,21 @@ bool parsePlc(const std::string& text, Options* options, std::string* why)
     return true;
 }
 
+// "30d", "12h", "2w": how long the history keeps its data.
+bool parseKeep(const std::string& text, int* hours)
+{
+    constexpr int kMaxHours = 10 * 365 * 24;
+    if (text.size() < 2)
+        return false;
+    const char unit = text.back();
+    const int per = unit == 'h' ? 1 : unit == 'd' ? 24 : unit == 'w' ? 7 * 24 : 0;
+    int count = 0;
+    if (per == 0 || !parseInt(text.substr(0, text.size() - 1), 1, kMaxHours / per, &count))
+        return false;
+    *hours = count * per;
+    return true;
+}
+
 // A token travels in addresses, cookies and headers: plain characters only.
 bool isTokenText(const std::string& text)
 {
@@ -134,6 +149,13 @@ const std::vector<OptionRule>& optionRules()
         {"--read-only", "", [](Options* o, S, W) { return o->readOnly = true; }},
         {"--max-viewers", "a number of open screens from 1 to 1000",
          [](Options* o, S v, W) { return parseInt(v, 1, 1000, &o->maxViewers); }},
+        {"--data", "the folder of the panel's history",
+         [](Options* o, S v, W) {
+             o->dataDirectory = v;
+             return !v.empty();
+         }},
+        {"--keep", "a duration: hours, days or weeks, e.g. 12h, 30d, 8w",
+         [](Options* o, S v, W) { return o->keepGiven = parseKeep(v, &o->keepHours); }},
         {"--scan-period", "seconds from 0 to 60",
          [](Options* o, S v, W) { return o->scanPeriodGiven = parseSeconds(v, 0, 60, &o->scanPeriodSeconds); }},
         {"--help", "", [](Options* o, S, W) { return o->help = true; }},
@@ -199,9 +221,11 @@ bool checkArguments(const Options& options, std::string* error)
         return false;
     }
     const bool panelOptions = !options.screensPath.empty() || !options.listenHost.empty() || !options.token.empty() ||
-                              options.readOnly || options.maxViewers != Options().maxViewers;
+                              options.readOnly || options.maxViewers != Options().maxViewers ||
+                              !options.dataDirectory.empty() || options.keepGiven;
     if (options.command != "panel" && panelOptions) {
-        *error = "--screens, --listen, --token, --read-only and --max-viewers are options of the panel command";
+        *error = "--screens, --listen, --token, --read-only, --max-viewers, --data and --keep are options of the panel "
+                 "command";
         return false;
     }
     if (options.scanPeriodGiven && options.command != "watch" && options.command != "panel") {
@@ -279,6 +303,10 @@ const char* const kUsagePanel = R"(Panel options:
   --token TOKEN         the token changes need (default: none on loopback,
                         else generated and printed in the address)
   --read-only           no writes and no station switching, and no controls
+  --data DIR            where the history is kept (trend samples, alarms, the
+                        journal): default $XDG_STATE_HOME/logohost, else
+                        ~/.local/state/logohost; /var/lib/logohost as a service
+  --keep DURATION       how long the history keeps its data (default 30d)
   --max-viewers N       screens open in browsers at once (default 150): each
                         open screen holds one of the server's threads; a page
                         past the limit says so and tries again every 5 s

@@ -15,6 +15,7 @@ struct PlcOption {
     int station = -1;  // -1: every station goes to this address
     std::string host;
     int port = 502;
+    std::string name;  // empty: named after its address or station
 };
 
 struct Options {
@@ -33,6 +34,10 @@ struct Options {
     // shows a change within half a second.
     double scanPeriodSeconds = 0.5;
     bool scanPeriodGiven = false;
+    // panel: its history
+    std::string dataDirectory;  // empty: the user's state folder
+    int keepHours = 30 * 24;
+    bool keepGiven = false;
     double durationSeconds = 0;  // 0: until interrupted
     int demoteAfter = 3;
     double demoteForSeconds = 10;

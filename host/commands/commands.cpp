@@ -45,17 +45,17 @@ std::unique_ptr<Session> startScan(CommandContext& context, bool paced, Session:
     return session;
 }
 
-bool checkCommandArguments(const Options& options, std::string* error)
+bool prepareCommand(Options* options, std::string* error)
 {
-    if (options.command == "panel")
-        return checkPanelArguments(options, error);
-    if (options.command != "write") {
+    if (options->command == "panel")
+        return preparePanel(options, error);
+    if (options->command != "write") {
         std::vector<Variable> variables;
-        return parseVariables(options, &variables, error);
+        return parseVariables(*options, &variables, error);
     }
-    for (const std::string& text : options.args) {
+    for (const std::string& text : options->args) {
         WriteRequest request;
-        if (!parseWrite(text, options.multiStation, &request, error))
+        if (!parseWrite(text, options->multiStation, &request, error))
             return false;
     }
     return true;
@@ -79,7 +79,7 @@ SessionSettings sessionSettings(const Options& options, const ComInfo& info, boo
 
 #if !LOGOHOST_WITH_PANEL
 // A cross build leaves the panel out by default (LOGO_BUILD_PANEL).
-bool checkPanelArguments(const Options&, std::string* error)
+bool preparePanel(Options*, std::string* error)
 {
     *error = "this logohost was built without the panel (LOGO_BUILD_PANEL=OFF)";
     return false;

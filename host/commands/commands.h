@@ -32,7 +32,9 @@ int runWrite(CommandContext& context);
 // The panel, when this logohost is built with it (LOGO_BUILD_PANEL); its
 // screens file is checked before any I/O.
 int runPanel(CommandContext& context);
-bool checkPanelArguments(const Options& options, std::string* error);
+// The panel's screens file, read before any I/O; its controllers, when it
+// names them, become the command's.
+bool preparePanel(Options* options, std::string* error);
 
 bool parseVariables(const Options& options, std::vector<Variable>* out, std::string* error);
 
@@ -41,8 +43,9 @@ bool parseVariables(const Options& options, std::vector<Variable>* out, std::str
 // switches are told to onStation.
 std::unique_ptr<Session> startScan(CommandContext& context, bool paced, Session::StationObserver onStation,
                                    std::vector<Variable>* variables);
-// Every variable or VAR=VALUE of the command, checked before any I/O starts.
-bool checkCommandArguments(const Options& options, std::string* error);
+// Every variable or VAR=VALUE of the command, checked before any I/O starts,
+// and what the command's own files add to the options.
+bool prepareCommand(Options* options, std::string* error);
 
 // The session settings the command line asks for; `paced` when the command
 // scans until stopped (watch, panel), so that --scan-period applies.

@@ -67,14 +67,16 @@ const char* outcomeName(Outcome outcome)
     case Outcome::NotAllowed: return "not allowed";
     case Outcome::StationOff: return "station off";
     case Outcome::Replaced: return "replaced";
+    case Outcome::NothingToDo: return "nothing to do";
     case Outcome::ControllerFailed: return "failed";
     case Outcome::TimedOut: return "timed out";
     }
     return "?";
 }
 
-OperatorActions::OperatorActions(PlantModel& model, ActionSettings settings, Recorder recorder)
-    : model_(model), settings_(settings), recorder_(std::move(recorder))
+OperatorActions::OperatorActions(PlantModel& model, ActionSettings settings, Recorder recorder,
+                                 Acknowledger acknowledger)
+    : model_(model), settings_(settings), recorder_(std::move(recorder)), acknowledger_(std::move(acknowledger))
 {
 }
 
@@ -220,6 +222,24 @@ ActionResult OperatorActions::switchStation(int station, bool on, const std::str
                       {Outcome::UnknownVariable, subject + " is on no screen of this panel"});
     model_.session().switchStation(station, on, on ? "switched on by the operator" : "switched off by the operator");
     return record("station", who, subject, value, {Outcome::Done, subject + (on ? " switched on" : " switched off")});
+}
+
+}  // namespace logohost
+
+namespace logohost {
+
+ActionResult OperatorActions::acknowledge(const std::string& alarmId, const std::string& who)
+{
+    if (settings_.readOnly)
+        return record("ack", who, alarmId, "", {Outcome::NotAllowed, kReadOnly});
+    switch (acknowledger_ ? acknowledger_(alarmId, who) : AckOutcome::Unknown) {
+    case AckOutcome::Done: return record("ack", who, alarmId, "", {Outcome::Done, "alarm " + alarmId + " acknowledged"});
+    case AckOutcome::NothingToAcknowledge:
+        return record("ack", who, alarmId, "",
+                      {Outcome::NothingToDo, "alarm " + alarmId + " has nothing to acknowledge: acknowledged before, or never raised"});
+    case AckOutcome::Unknown: break;
+    }
+    return record("ack", who, alarmId, "", {Outcome::UnknownVariable, "there is no alarm \"" + alarmId + "\""});
 }
 
 }  // namespace logohost

@@ -15,7 +15,17 @@
 
 namespace logohost {
 
-enum class Outcome { Done, BadRequest, UnknownVariable, NotAllowed, StationOff, Replaced, ControllerFailed, TimedOut };
+enum class Outcome {
+    Done,
+    BadRequest,
+    UnknownVariable,
+    NotAllowed,
+    StationOff,
+    Replaced,
+    NothingToDo,
+    ControllerFailed,
+    TimedOut,
+};
 
 // "done", "bad request", ...: the outcome as a word, for messages.
 const char* outcomeName(Outcome outcome);
@@ -40,6 +50,9 @@ struct ActionRecord {
     ActionResult result;
 };
 
+// What acknowledging an alarm came to.
+enum class AckOutcome { Done, Unknown, NothingToAcknowledge };
+
 struct ActionSettings {
     bool readOnly = false;
     std::chrono::milliseconds deadline{14000};  // the longest an action waits for the driver
@@ -48,8 +61,10 @@ struct ActionSettings {
 class OperatorActions {
 public:
     using Recorder = std::function<void(const ActionRecord&)>;
+    using Acknowledger = std::function<AckOutcome(const std::string& id, const std::string& who)>;
 
-    OperatorActions(PlantModel& model, ActionSettings settings, Recorder recorder = Recorder());
+    OperatorActions(PlantModel& model, ActionSettings settings, Recorder recorder = Recorder(),
+                    Acknowledger acknowledger = Acknowledger());
 
     bool readOnly() const { return settings_.readOnly; }
     // Checks a value against the item that offers the variable for writing,
@@ -58,11 +73,15 @@ public:
     ActionResult write(const std::string& varText, double value, const std::string& who);
     ReadResult readNow(const std::vector<std::string>& varTexts, const std::string& who);
     ActionResult switchStation(int station, bool on, const std::string& who);
+    // Acknowledging an alarm is a change like a write: refused in read-only
+    // mode, and on record with who did it.
+    ActionResult acknowledge(const std::string& alarmId, const std::string& who);
 
 private:
     PlantModel& model_;
     const ActionSettings settings_;
     const Recorder recorder_;
+    const Acknowledger acknowledger_;
 
     ActionResult record(const char* kind, const std::string& who, const std::string& subject,
                         const std::string& value, ActionResult result) const;

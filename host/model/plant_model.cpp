@@ -1,5 +1,6 @@
 #include "host/model/plant_model.h"
 
+#include <algorithm>
 #include <map>
 #include <set>
 
@@ -11,38 +12,58 @@ constexpr std::chrono::milliseconds kTrendStep{200};
 
 }  // namespace
 
+namespace {
+
+// The entry of the item's element, made on its first showing.
+size_t entryOf(const PanelItem& item, bool multiStation, int defaultStation, std::map<std::string, size_t>* byKey,
+               PanelVariables* index)
+{
+    Variable var = item.var;
+    if (var.station == kNoStation && multiStation)
+        var.station = defaultStation;
+    const std::string key = variableKey(var, StationContext{multiStation, defaultStation});
+    const auto found = byKey->find(key);
+    if (found != byKey->end())
+        return found->second;
+    PanelVariable entry;
+    entry.var = var;
+    entry.item = &item;
+    entry.station = multiStation ? var.station : defaultStation;
+    index->vars.push_back(entry);
+    byKey->emplace(key, index->vars.size() - 1);
+    return index->vars.size() - 1;
+}
+
+}  // namespace
+
 PanelVariables indexVariables(const ScreenSet& screens, bool multiStation, int defaultStation)
 {
     PanelVariables index;
     std::map<std::string, size_t> byKey;
-    std::set<int> stations;
     for (const PanelScreen& screen : screens.screens) {
         index.screenVars.emplace_back();
         for (const PanelItem& item : screen.items) {
-            Variable var = item.var;
-            if (var.station == kNoStation && multiStation)
-                var.station = defaultStation;
-            const std::string key = variableKey(var, StationContext{multiStation, defaultStation});
-            auto found = byKey.find(key);
-            if (found == byKey.end()) {
-                found = byKey.emplace(key, index.vars.size()).first;
-                PanelVariable entry;
-                entry.var = var;
-                entry.item = &item;
-                entry.station = multiStation ? var.station : defaultStation;
-                index.vars.push_back(entry);
-                stations.insert(entry.station);
-            }
-            PanelVariable& entry = index.vars[found->second];
+            const size_t v = entryOf(item, multiStation, defaultStation, &byKey, &index);
+            PanelVariable& entry = index.vars[v];
             if (item.write && !entry.writable)
                 entry.writable = &item;
             if (item.trend && entry.trend < 0) {
                 entry.trend = static_cast<int>(index.trendVars.size());
-                index.trendVars.push_back(found->second);
+                index.trendVars.push_back(v);
             }
-            index.screenVars.back().push_back(found->second);
+            index.screenVars.back().push_back(v);
         }
     }
+    for (const PanelItem& item : screens.hiddenItems)
+        entryOf(item, multiStation, defaultStation, &byKey, &index);
+    std::set<size_t> always(index.trendVars.begin(), index.trendVars.end());
+    // Every alarm's variable is on a screen or among the hidden items.
+    for (const AlarmRule& rule : screens.alarms)
+        always.insert(byKey.at(variableKey(rule.var, StationContext{multiStation, defaultStation})));
+    index.alwaysVars.assign(always.begin(), always.end());
+    std::set<int> stations;
+    for (const PanelVariable& var : index.vars)
+        stations.insert(var.station);
     index.stations.assign(stations.begin(), stations.end());
     return index;
 }
@@ -65,9 +86,10 @@ std::vector<Variable> PlantModel::variables() const
     return all;
 }
 
-void PlantModel::attach(Session& session)
+void PlantModel::attach(Session& session, HistoryStore* history)
 {
     session_ = &session;
+    history_ = history;
     session.addResultObserver([this](const RequestResult& result) {
         if (result.rwType == RW_READ)
             recordTrends();
@@ -90,12 +112,19 @@ int PlantModel::findVar(const std::string& varText, bool* badText, std::string* 
     *badText = !parseVariable(varText, settings_.multiStation, &var, error);
     if (*badText)
         return -1;
+    const int index = indexOf(var);
+    if (index < 0)
+        *error = varText + " is on no screen of this panel";
+    return index;
+}
+
+int PlantModel::indexOf(const Variable& var) const
+{
     const StationContext stations{settings_.multiStation, settings_.defaultStation};
     const std::string key = variableKey(var, stations);
     for (size_t v = 0; v < index_.vars.size(); ++v)
         if (var.count == 1 && variableKey(index_.vars[v].var, stations) == key)
             return static_cast<int>(v);
-    *error = varText + " is on no screen of this panel";
     return -1;
 }
 
@@ -105,7 +134,7 @@ void PlantModel::refreshScanLocked()
 {
     const std::vector<bool> wanted = subscriptions_.wanted(session_->clock().steady());
     std::vector<bool> include(index_.vars.size(), false);
-    for (const size_t var : index_.trendVars)
+    for (const size_t var : index_.alwaysVars)
         include[var] = true;
     for (size_t s = 0; s < wanted.size(); ++s)
         if (wanted[s])
@@ -216,11 +245,40 @@ void PlantModel::recordTrends()
         const ElementStatus element = session_->element(index_.trendVars[t]);
         if (element.lastResult != current)
             continue;
-        if (element.quality == Quality::Ok)
+        const std::string series = history_ ? seriesOf(index_.trendVars[t]) : "";
+        if (element.quality == Quality::Ok) {
             trends_.add(t, element.readAtMs, static_cast<double>(element.value));
-        else
+            if (history_)
+                history_->addSample(series, element.readAtMs, element.value);
+        } else {
             trends_.addGap(t, session_->clock().wallMs());
+            if (history_)
+                history_->addGap(series, session_->clock().wallMs());
+        }
     }
+}
+
+std::string PlantModel::seriesOf(size_t var) const
+{
+    return variableKey(index_.vars.at(var).var, StationContext{settings_.multiStation, settings_.defaultStation});
+}
+
+// The history leaves out spans in which nothing was recorded; a chart must
+// see them as holes, not join across them.
+std::vector<TrendSpan> PlantModel::trendRange(int trend, int64_t fromMs, int64_t toMs, int points) const
+{
+    std::vector<TrendSpan> spans;
+    if (!history_)
+        return spans;
+    const PanelItem& item = trendItem(trend);
+    for (const TrendBucket& bucket : history_->trend(seriesOf(index_.trendVars.at(trend)), fromMs, toMs, points)) {
+        if (!spans.empty() && bucket.fromMs > spans.back().toMs)
+            spans.push_back(TrendSpan{spans.back().toMs, bucket.fromMs, true, 0, 0});
+        const double a = shownValue(item, static_cast<double>(bucket.min));
+        const double b = shownValue(item, static_cast<double>(bucket.max));
+        spans.push_back(TrendSpan{bucket.fromMs, bucket.toMs, bucket.gap, std::min(a, b), std::max(a, b)});
+    }
+    return spans;
 }
 
 ScanFigures PlantModel::scanFigures() const

@@ -16,6 +16,7 @@
 #include <vector>
 
 #include "host/binding/session.h"
+#include "host/history/history_store.h"
 #include "host/model/screens_file.h"
 #include "host/model/subscriptions.h"
 #include "host/model/trend_history.h"
@@ -43,6 +44,7 @@ struct PanelVariables {
     std::vector<PanelVariable> vars;
     std::vector<std::vector<size_t>> screenVars;  // per screen, per item: index into vars
     std::vector<size_t> trendVars;
+    std::vector<size_t> alwaysVars;  // scanned whoever looks: trends and alarms
     std::vector<int> stations;
 };
 
@@ -53,6 +55,14 @@ struct ItemState {
     std::string var;  // the item's var text, or the text a request used
     const PanelItem* item = nullptr;
     ElementStatus element;
+};
+
+// One point of a long-range chart: the range of shown values in a span of
+// time, or a gap where nothing could be read (or nothing was recorded).
+struct TrendSpan {
+    int64_t fromMs = 0, toMs = 0;
+    bool gap = false;
+    double low = 0, high = 0;
 };
 
 struct ScanFigures {
@@ -71,9 +81,10 @@ public:
 
     // What the session is made for: every variable of every screen.
     std::vector<Variable> variables() const;
-    // Listens to the session's results (trends) and hands the driver its
-    // first cyclic list. Before the session starts.
-    void attach(Session& session);
+    // Listens to the session's results (trends, kept in the history too when
+    // one is given) and hands the driver its first cyclic list. Before the
+    // session starts.
+    void attach(Session& session, HistoryStore* history = nullptr);
     Session& session() const { return *session_; }
 
     const ScreenSet& screens() const { return screens_; }
@@ -82,7 +93,10 @@ public:
     // The variable a text names, -1 with the reason in *error; *badText when
     // the text is no variable at all.
     int findVar(const std::string& varText, bool* badText, std::string* error) const;
+    // The variable of a parsed one (any station form), -1 if no item shows it.
+    int indexOf(const Variable& var) const;
     const PanelVariable& variable(size_t index) const { return index_.vars.at(index); }
+    size_t variableCount() const { return index_.vars.size(); }
     const std::vector<int>& stations() const { return index_.stations; }
 
     int openStream(size_t screen);
@@ -101,6 +115,10 @@ public:
     int findTrend(const std::string& varText) const;
     const PanelItem& trendItem(int trend) const;
     std::vector<TrendPoint> trendPoints(int trend, int64_t since) const;
+    // Any range from the history, in at most `points` spans; empty without one.
+    std::vector<TrendSpan> trendRange(int trend, int64_t fromMs, int64_t toMs, int points) const;
+    // The name a variable's samples are kept under: "AI1", "VW10@2".
+    std::string seriesOf(size_t var) const;
 
     ScanFigures scanFigures() const;
 
@@ -109,6 +127,7 @@ private:
     const PlantSettings settings_;
     const PanelVariables index_;
     Session* session_ = nullptr;
+    HistoryStore* history_ = nullptr;
     TrendHistory trends_;
 
     // Subscriptions and the list the driver scans; held across the rebuild.

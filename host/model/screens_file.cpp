@@ -9,88 +9,32 @@
 
 #include <nlohmann/json.hpp>
 
-#include "host/notation/value_codec.h"
+#include "common/endpoint.h"
 #include "host/embedded_file.h"
+#include "host/model/json_fields.h"
+#include "host/notation/value_codec.h"
 
 namespace logohost {
 namespace {
 
-using Json = nlohmann::json;
+using namespace json_fields;
 
-constexpr size_t kMaxNameLength = 40;
-constexpr size_t kMaxTextLength = 80;
 constexpr int kMaxDecimals = 6;
 constexpr double kWordMin = -32768;  // words read back signed, so a write must fit that range
 constexpr double kWordMax = 32767;
 constexpr double kDoubleMin = -2147483648.0;
 constexpr double kDoubleMax = 2147483647.0;
 
-const std::set<std::string> kTopKeys = {"title", "screens"};
+const std::set<std::string> kTopKeys = {"title", "screens", "controllers", "alarms"};
+const std::set<std::string> kControllerKeys = {"station", "name", "address"};
+const std::set<std::string> kAlarmKeys = {"id", "var", "when", "above", "below", "deadband", "text", "class"};
+constexpr int kModbusPort = 502;
+constexpr int kMaxStation = 255;
 const std::set<std::string> kScreenKeys = {"name", "title", "items"};
 const std::set<std::string> kItemKeys = {"var",   "label", "unit",     "write", "trend", "scale", "offset",
                                          "decimals", "min", "max", "on",  "off"};
 const std::set<std::string> kWordOnlyKeys = {"scale", "offset", "decimals", "min", "max"};
 const std::set<std::string> kBitOnlyKeys = {"on", "off"};
-
-std::string keyList(const std::set<std::string>& keys)
-{
-    std::string text;
-    for (const std::string& key : keys)
-        text += (text.empty() ? "" : ", ") + key;
-    return text;
-}
-
-// Throws the message that parseScreens hands back; `where` says which part
-// of the file it is about.
-[[noreturn]] void fail(const std::string& where, const std::string& what) { throw std::runtime_error(where + ": " + what); }
-
-void checkKeys(const Json& object, const std::set<std::string>& allowed, const std::string& where)
-{
-    for (auto it = object.begin(); it != object.end(); ++it)
-        if (!allowed.count(it.key()))
-            fail(where, "unknown key \"" + it.key() + "\" (expected " + keyList(allowed) + ")");
-}
-
-std::string text(const Json& object, const char* key, const std::string& where, const std::string& fallback)
-{
-    if (!object.contains(key))
-        return fallback;
-    const Json& value = object.at(key);
-    if (!value.is_string())
-        fail(where, std::string("\"") + key + "\" must be a string");
-    const std::string result = value.get<std::string>();
-    if (result.size() > kMaxTextLength)
-        fail(where, std::string("\"") + key + "\" is longer than " + std::to_string(kMaxTextLength) + " characters");
-    return result;
-}
-
-bool flag(const Json& object, const char* key, const std::string& where)
-{
-    if (!object.contains(key))
-        return false;
-    if (!object.at(key).is_boolean())
-        fail(where, std::string("\"") + key + "\" must be true or false");
-    return object.at(key).get<bool>();
-}
-
-double number(const Json& object, const char* key, const std::string& where, double fallback)
-{
-    if (!object.contains(key))
-        return fallback;
-    if (!object.at(key).is_number())
-        fail(where, std::string("\"") + key + "\" must be a number");
-    return object.at(key).get<double>();
-}
-
-bool validName(const std::string& name)
-{
-    if (name.empty() || name.size() > kMaxNameLength)
-        return false;
-    for (const char c : name)
-        if (!std::isalnum(static_cast<unsigned char>(c)) && c != '-' && c != '_')
-            return false;
-    return true;
-}
 
 // The range of shown values the raw type can carry, for an item's scaling.
 void rawRange(const PanelItem& item, double* low, double* high)
@@ -221,14 +165,6 @@ void checkAcrossScreens(const ScreenSet& set, StationContext stations)
     }
 }
 
-std::string jsonErrorText(const std::exception& e)
-{
-    // "[json.exception.parse_error.101] parse error at line 3, column 5: ..." without its tag
-    const std::string what = e.what();
-    const size_t tagEnd = what.find("] ");
-    return tagEnd == std::string::npos ? what : what.substr(tagEnd + 2);
-}
-
 std::string formatFixed(double value, int decimals)
 {
     char text[64];
@@ -238,7 +174,140 @@ std::string formatFixed(double value, int decimals)
     return result.find_first_not_of("-0.") == std::string::npos && result[0] == '-' ? result.substr(1) : result;
 }
 
+ControllerEntry parseController(const Json& json, const std::string& where)
+{
+    if (!json.is_object())
+        fail(where, "a controller must be an object with \"station\", \"name\" and \"address\"");
+    checkKeys(json, kControllerKeys, where);
+    ControllerEntry controller;
+    const double station = number(json, "station", where, -1);
+    if (station != std::floor(station) || station < 0 || station > kMaxStation)
+        fail(where, "\"station\" must be a whole number from 0 to 255");
+    controller.station = static_cast<int>(station);
+    controller.name = json_fields::text(json, "name", where, "");
+    if (!validName(controller.name))
+        fail(where, "\"name\" must be 1 to 40 letters, digits, '-' or '_'");
+    common::Endpoint endpoint;
+    std::string error;
+    if (!common::parseEndpoint(json_fields::text(json, "address", where, ""), kModbusPort, 1, &endpoint, &error))
+        fail(where, "\"address\" must be HOST[:PORT]: " + error);
+    controller.host = endpoint.host;
+    controller.port = endpoint.port;
+    return controller;
+}
+
+std::vector<ControllerEntry> parseControllers(const Json& json)
+{
+    std::vector<ControllerEntry> controllers;
+    std::set<int> stations;
+    std::set<std::string> names;
+    for (size_t c = 0; c < json.size(); ++c) {
+        const std::string where = "controller " + std::to_string(c);
+        controllers.push_back(parseController(json[c], where));
+        if (!stations.insert(controllers.back().station).second)
+            fail(where, "another controller has station " + std::to_string(controllers.back().station));
+        if (!names.insert(controllers.back().name).second)
+            fail(where, "another controller has the name \"" + controllers.back().name + "\"");
+    }
+    return controllers;
+}
+
+// The alarm's condition: a bit's "when", or a word's "above" or "below".
+void parseCondition(const Json& json, const std::string& where, AlarmRule* rule)
+{
+    const bool bit = isBitKind(rule->var.kind);
+    if (bit) {
+        if (json.contains("above") || json.contains("below") || json.contains("deadband"))
+            fail(where, rule->varText + " is a bit: give \"when\": \"on\" or \"off\", not a value");
+        const std::string when = json_fields::text(json, "when", where, "");
+        if (when != "on" && when != "off")
+            fail(where, "\"when\" must be \"on\" or \"off\"");
+        rule->condition = when == "on" ? AlarmCondition::BitOn : AlarmCondition::BitOff;
+        return;
+    }
+    if (json.contains("when") || json.contains("above") == json.contains("below"))
+        fail(where, rule->varText + " is a word: give one of \"above\" or \"below\" a value in its shown units");
+    rule->condition = json.contains("above") ? AlarmCondition::Above : AlarmCondition::Below;
+    rule->threshold = number(json, rule->condition == AlarmCondition::Above ? "above" : "below", where, 0);
+    rule->deadband = number(json, "deadband", where, 0);
+    if (rule->deadband < 0 || !std::isfinite(rule->deadband))
+        fail(where, "\"deadband\" must be a number of 0 or more");
+}
+
+AlarmRule parseAlarm(const Json& json, const std::string& where, StationContext stations)
+{
+    if (!json.is_object())
+        fail(where, "an alarm must be an object with \"id\", \"var\", \"text\" and its condition");
+    AlarmRule rule;
+    rule.id = json_fields::text(json, "id", where, "");
+    if (!validName(rule.id))
+        fail(where, "\"id\" must be 1 to 40 letters, digits, '-' or '_'");
+    const std::string named = "alarm \"" + rule.id + "\"";
+    checkKeys(json, kAlarmKeys, named);
+    rule.varText = json_fields::text(json, "var", named, "");
+    std::string error;
+    if (!parseVariable(rule.varText, stations.multiStation, &rule.var, &error))
+        fail(named, error);
+    if (rule.var.count != 1)
+        fail(named, "an alarm watches one element: give each element an alarm of its own");
+    parseCondition(json, named, &rule);
+    rule.text = json_fields::text(json, "text", named, "");
+    if (rule.text.empty())
+        fail(named, "\"text\" must say what the alarm means, e.g. \"Tank overflow\"");
+    const std::string alarmClass = json_fields::text(json, "class", named, "warning");
+    if (alarmClass != "fault" && alarmClass != "warning" && alarmClass != "info")
+        fail(named, "\"class\" must be fault, warning or info");
+    rule.alarmClass = alarmClass == "fault" ? AlarmClass::Fault : alarmClass == "info" ? AlarmClass::Info
+                                                                                       : AlarmClass::Warning;
+    return rule;
+}
+
+// Alarms with distinct ids; a variable no screen shows becomes a hidden item.
+void parseAlarms(const Json& json, StationContext stations, ScreenSet* set)
+{
+    std::set<std::string> ids;
+    std::set<std::string> known;
+    for (const PanelScreen& screen : set->screens)
+        for (const PanelItem& item : screen.items)
+            known.insert(variableKey(item.var, stations));
+    for (size_t a = 0; a < json.size(); ++a) {
+        set->alarms.push_back(parseAlarm(json[a], "alarm " + std::to_string(a), stations));
+        const AlarmRule& rule = set->alarms.back();
+        if (!ids.insert(rule.id).second)
+            fail("alarm \"" + rule.id + "\"", "another alarm has the same id");
+        if (!known.insert(variableKey(rule.var, stations)).second)
+            continue;
+        PanelItem hidden;
+        hidden.varText = rule.varText;
+        hidden.var = rule.var;
+        hidden.label = rule.text;
+        hidden.min = -2147483648.0;
+        hidden.max = 2147483647.0;
+        set->hiddenItems.push_back(hidden);
+    }
+}
+
+const Json& listAt(const Json& json, const char* key)
+{
+    static const Json kEmpty = Json::array();
+    if (!json.contains(key))
+        return kEmpty;
+    if (!json.at(key).is_array())
+        fail("top level", std::string("\"") + key + "\" must be a list");
+    return json.at(key);
+}
+
 }  // namespace
+
+const char* alarmClassName(AlarmClass alarmClass)
+{
+    switch (alarmClass) {
+    case AlarmClass::Fault: return "fault";
+    case AlarmClass::Warning: return "warning";
+    case AlarmClass::Info: return "info";
+    }
+    return "?";
+}
 
 bool parseScreens(const std::string& text, const std::string& fileName, StationContext stations, ScreenSet* out,
                   std::string* error)
@@ -255,13 +324,17 @@ bool parseScreens(const std::string& text, const std::string& fileName, StationC
             fail("top level", "expected an object with \"screens\"");
         checkKeys(json, kTopKeys, "top level");
         ScreenSet set;
-        set.title = logohost::text(json, "title", "top level", "LOGO! panel");
+        set.title = json_fields::text(json, "title", "top level", "LOGO! panel");
+        set.controllers = parseControllers(listAt(json, "controllers"));
+        if (!set.controllers.empty())
+            stations.multiStation = true;
         if (!json.contains("screens") || !json.at("screens").is_array() || json.at("screens").empty())
             fail("top level", "\"screens\" must be a list of at least one screen");
         const Json& screens = json.at("screens");
         for (size_t s = 0; s < screens.size(); ++s)
             set.screens.push_back(parseScreen(screens[s], "screen " + std::to_string(s), stations));
         checkAcrossScreens(set, stations);
+        parseAlarms(listAt(json, "alarms"), stations, &set);
         *out = set;
         return true;
     } catch (const std::exception& e) {

@@ -1,13 +1,20 @@
 // The panel's screens, as a panel builder writes them in a JSON file:
 //
 //   { "title": "Pump station",
+//     "controllers": [ { "station": 1, "name": "tank", "address": "192.168.0.3" }, ... ],
+//     "alarms": [ { "id": "overflow", "var": "M3", "when": "on", "text": "Tank overflow", "class": "fault" },
+//                 { "id": "level", "var": "AI1", "above": 90, "deadband": 2, "text": "Level high" }, ... ],
 //     "screens": [ { "name": "main", "title": "Main",
 //                    "items": [ { "var": "VW10", "label": "Level", "unit": "cm" }, ... ] } ] }
 //
 // Item keys: var (required, the host's notation), label, unit, write, trend,
 // scale and offset (shown = raw x scale + offset), decimals, min and max (in
 // shown units: the range a write may set, and a trend's scale), on and off
-// (a bit's texts).
+// (a bit's texts). Controllers (optional) put each station on a controller
+// of its own address; variables then name their station (VW10@2). An alarm
+// watches one element: a bit "when" it is "on" or "off", a word "above" or
+// "below" a value in the units its items show, clearing only once it is a
+// "deadband" back; its class is fault, warning or info.
 #ifndef LOGOHOST_SCREENS_FILE_H
 #define LOGOHOST_SCREENS_FILE_H
 
@@ -41,9 +48,38 @@ struct PanelScreen {
     std::vector<PanelItem> items;
 };
 
+struct ControllerEntry {
+    int station = 1;
+    std::string name;  // for people, and in MQTT device names
+    std::string host;
+    int port = 502;
+};
+
+enum class AlarmCondition { BitOn, BitOff, Above, Below };
+enum class AlarmClass { Fault, Warning, Info };
+
+struct AlarmRule {
+    std::string id;
+    std::string varText;
+    Variable var;
+    AlarmCondition condition = AlarmCondition::BitOn;
+    double threshold = 0;  // shown units
+    double deadband = 0;   // shown units
+    std::string text;
+    AlarmClass alarmClass = AlarmClass::Warning;
+};
+
+// "fault", "warning", "info"
+const char* alarmClassName(AlarmClass alarmClass);
+
 struct ScreenSet {
     std::string title;
     std::vector<PanelScreen> screens;
+    std::vector<ControllerEntry> controllers;  // empty: the command line's --plc
+    std::vector<AlarmRule> alarms;
+    // An alarm's variable that no screen shows, as an item of no screen: it
+    // is scanned all the same, and a word reads in raw units.
+    std::vector<PanelItem> hiddenItems;
 };
 
 // Where the variables live: with multiStation a var may carry @STATION, and
@@ -54,7 +90,8 @@ struct StationContext {
 };
 
 // On failure *error names the file, the item (screen name, item index and
-// var) and what is wrong.
+// var) and what is wrong. A file with controllers is in multi-station mode
+// whatever `stations` says.
 bool parseScreens(const std::string& text, const std::string& fileName, StationContext stations, ScreenSet* out,
                   std::string* error);
 bool loadScreensFile(const std::string& path, StationContext stations, ScreenSet* out, std::string* error);

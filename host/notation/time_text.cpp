@@ -2,6 +2,7 @@
 
 #include <cstdio>
 #include <ctime>
+#include <string>
 
 namespace logohost {
 namespace {
@@ -47,5 +48,57 @@ std::string clockTextOf(int64_t epochMs) { return withMilliseconds(epochMs, "%H:
 std::string localTimestamp(int64_t epochMs) { return withMilliseconds(epochMs, "%Y-%m-%dT%H:%M:%S", false); }
 
 std::string isoTime(int64_t epochMs) { return withMilliseconds(epochMs, "%Y-%m-%dT%H:%M:%S", true) + "Z"; }
+
+}  // namespace logohost
+
+namespace logohost {
+namespace {
+
+// "+HH:MM", "-HH:MM" or "Z" at the end, as minutes east of UTC.
+bool parseZone(const std::string& zone, int* minutes)
+{
+    int hours = 0;
+    int mins = 0;
+    char sign = 0;
+    if (zone == "Z") {
+        *minutes = 0;
+        return true;
+    }
+    if (std::sscanf(zone.c_str(), "%c%2d:%2d", &sign, &hours, &mins) != 3 || (sign != '+' && sign != '-') ||
+        zone.size() != 6 || hours > 14 || mins > 59)
+        return false;
+    *minutes = (sign == '-' ? -1 : 1) * (hours * 60 + mins);
+    return true;
+}
+
+}  // namespace
+
+bool parseIsoTime(const std::string& text, int64_t* epochMs)
+{
+    std::tm parts{};
+    int used = 0;
+    if (std::sscanf(text.c_str(), "%4d-%2d-%2dT%2d:%2d:%2d%n", &parts.tm_year, &parts.tm_mon, &parts.tm_mday,
+                    &parts.tm_hour, &parts.tm_min, &parts.tm_sec, &used) != 6 || used != 19)
+        return false;
+    int millis = 0;
+    size_t rest = 19;
+    if (rest < text.size() && text[rest] == '.') {
+        const size_t digits = text.find_first_not_of("0123456789", rest + 1);
+        const std::string fraction = text.substr(rest + 1, (digits == std::string::npos ? text.size() : digits) - rest - 1);
+        if (fraction.empty() || fraction.size() > 9)
+            return false;
+        millis = std::stoi((fraction + "00").substr(0, 3));
+        rest += 1 + fraction.size();
+    }
+    int zone = 0;
+    if (!parseZone(text.substr(rest), &zone) || parts.tm_mon < 1 || parts.tm_mon > 12 || parts.tm_mday < 1 ||
+        parts.tm_mday > 31 || parts.tm_hour > 23 || parts.tm_min > 59 || parts.tm_sec > 60)
+        return false;
+    parts.tm_year -= 1900;
+    parts.tm_mon -= 1;
+    const int64_t seconds = static_cast<int64_t>(timegm(&parts)) - static_cast<int64_t>(zone) * 60;
+    *epochMs = seconds * 1000 + millis;
+    return true;
+}
 
 }  // namespace logohost

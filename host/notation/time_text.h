@@ -19,6 +19,9 @@ std::string clockTextOf(int64_t epochMs);
 std::string localTimestamp(int64_t epochMs);
 // "2026-11-24T03:24:42.123Z", for the API.
 std::string isoTime(int64_t epochMs);
+// The same back, with or without milliseconds, "Z" or an offset
+// ("+01:00"); false for anything else.
+bool parseIsoTime(const std::string& text, int64_t* epochMs);
 
 }  // namespace logohost
 

@@ -7,11 +7,14 @@
 
 #include <cerrno>
 #include <cstring>
+#include <limits>
 
 #include <httplib.h>
 
 #include "common/endpoint.h"
 #include "host/embedded_file.h"
+#include "host/model/json_fields.h"
+#include "host/notation/time_text.h"
 #include "host/panel/event_stream.h"
 #include "host/panel/http_security.h"
 #include "host/panel/panel_views.h"
@@ -24,6 +27,8 @@ using httplib::Response;
 struct PanelServer::Context {
     PlantModel& model;
     OperatorActions& actions;
+    AlarmBoard& alarms;
+    HistoryStore& history;
     const ServerSettings settings;
     std::atomic<size_t> streams{0};
     std::atomic<bool> stopping{false};
@@ -35,6 +40,9 @@ namespace {
 using Context = PanelServer::Context;
 
 constexpr time_t kKeepAliveSeconds = 2;
+constexpr int kDefaultTrendPoints = 600;    // a chart's width in points, about
+constexpr size_t kJournalPage = 500;        // entries in one answer; ask again from the last
+constexpr size_t kAlarmHistory = 200;       // alarm changes in one answer
 
 // Nothing but the panel itself: no script, style, image or connection to
 // any other site, and no framing by one.
@@ -64,7 +72,8 @@ int httpStatus(Outcome outcome)
     case Outcome::UnknownVariable: return 404;
     case Outcome::NotAllowed: return 403;
     case Outcome::StationOff:
-    case Outcome::Replaced: return 409;
+    case Outcome::Replaced:
+    case Outcome::NothingToDo: return 409;
     case Outcome::ControllerFailed: return 502;
     case Outcome::TimedOut: return 504;
     }
@@ -88,20 +97,13 @@ void answerAction(Response& res, const ActionResult& result)
         refuse(res, httpStatus(result.outcome), result.message);
 }
 
-std::string jsonErrorText(const std::exception& e)
-{
-    const std::string what = e.what();
-    const size_t tagEnd = what.find("] ");
-    return tagEnd == std::string::npos ? what : what.substr(tagEnd + 2);
-}
-
 // The body as a JSON object; false after answering why it is not one.
 bool parseBody(const Request& req, Response& res, Json* out)
 {
     try {
         *out = Json::parse(req.body);
     } catch (const std::exception& e) {
-        refuse(res, 400, "malformed JSON: " + jsonErrorText(e));
+        refuse(res, 400, "malformed JSON: " + json_fields::jsonErrorText(e));
         return false;
     }
     if (!out->is_object()) {
@@ -157,7 +159,29 @@ int64_t nowMs(const Context& c) { return c.model.session().clock().wallMs(); }
 
 Json status(const Context& c)
 {
-    return statusJson(c.model, c.actions.readOnly(), ServerFigures{c.streams.load(), c.settings.streamLimit});
+    return statusJson(c.model, c.actions.readOnly(),
+                      ServerFigures{c.streams.load(), c.settings.streamLimit, c.alarms.counts(), c.history.health(),
+                                    c.settings.historyDirectory});
+}
+
+// A time parameter: ISO 8601 ("2026-11-24T03:24:42Z") or milliseconds since
+// the epoch; false after answering why it is neither.
+bool timeParam(const Request& req, Response& res, const char* name, int64_t fallback, int64_t* out)
+{
+    *out = fallback;
+    if (!req.has_param(name))
+        return true;
+    const std::string text = req.get_param_value(name);
+    char* end = nullptr;
+    const long long ms = std::strtoll(text.c_str(), &end, 10);
+    if (!text.empty() && *end == '\0') {
+        *out = ms;
+        return true;
+    }
+    if (parseIsoTime(text, out))
+        return true;
+    refuse(res, 400, std::string("\"") + name + "\" must be a time like 2026-11-24T03:24:42Z or milliseconds since 1970");
+    return false;
 }
 
 // ---- pages -----------------------------------------------------------------
@@ -208,26 +232,71 @@ void getValues(Context& c, const Request& req, Response& res)
 
 void getStatus(Context& c, const Request&, Response& res) { answer(res, 200, status(c)); }
 
+// A range of the history ("from", "to", at most "points" spans), or without
+// "from" the recent minutes the panel keeps in memory, point by point.
+bool rangeOf(const Context& c, const Request& req, Response& res, int64_t* from, int64_t* to, int* points)
+{
+    const int64_t now = nowMs(c);
+    *points = req.has_param("points") ? std::atoi(req.get_param_value("points").c_str()) : kDefaultTrendPoints;
+    if (*points < 1 || *points > kMaxTrendPoints) {
+        refuse(res, 400, "\"points\" must be a whole number from 1 to " + std::to_string(kMaxTrendPoints));
+        return false;
+    }
+    if (!timeParam(req, res, "from", 0, from) || !timeParam(req, res, "to", now, to))
+        return false;
+    if (*from >= *to) {
+        refuse(res, 400, "\"from\" must come before \"to\"");
+        return false;
+    }
+    return true;
+}
+
 void getTrend(Context& c, const Request& req, Response& res)
 {
     const int trend = trendOf(c, req, res);
-    if (trend < 0)
+    int64_t from = 0, to = 0;
+    int points = 0;
+    if (trend < 0 || !rangeOf(c, req, res, &from, &to, &points))
         return;
-    const int64_t since = req.has_param("since") ? std::atoll(req.get_param_value("since").c_str()) : 0;
-    answer(res, 200, trendJson(c.model.trendItem(trend), c.model.trendPoints(trend, since)));
+    const PanelItem& item = c.model.trendItem(trend);
+    if (!req.has_param("from")) {
+        const int64_t since = req.has_param("since") ? std::atoll(req.get_param_value("since").c_str()) : 0;
+        return answer(res, 200, trendJson(item, c.model.trendPoints(trend, since)));
+    }
+    answer(res, 200, trendRangeJson(item, c.model.trendRange(trend, from, to, points)));
 }
 
 void getTrendCsv(Context& c, const Request& req, Response& res)
 {
     const int trend = trendOf(c, req, res);
-    if (trend < 0)
+    int64_t from = 0, to = 0;
+    int points = 0;
+    if (trend < 0 || !rangeOf(c, req, res, &from, &to, &points))
         return;
     const PanelItem& item = c.model.trendItem(trend);
     std::string name = item.varText;
     for (char& ch : name)
         ch = std::isalnum(static_cast<unsigned char>(ch)) ? ch : '_';
     res.set_header("Content-Disposition", "attachment; filename=\"trend-" + name + ".csv\"");
-    res.set_content(trendCsv(item, c.model.trendPoints(trend, 0)), "text/csv; charset=utf-8");
+    const std::string csv = req.has_param("from") ? trendRangeCsv(item, c.model.trendRange(trend, from, to, points))
+                                                  : trendCsv(item, c.model.trendPoints(trend, 0));
+    res.set_content(csv, "text/csv; charset=utf-8");
+}
+
+void getAlarms(Context& c, const Request&, Response& res)
+{
+    std::vector<AlarmEvent> history = c.history.alarmEvents(0, std::numeric_limits<size_t>::max());
+    if (history.size() > kAlarmHistory)
+        history.erase(history.begin(), history.end() - kAlarmHistory);
+    answer(res, 200, alarmsJson(c.alarms.statuses(), c.alarms.counts(), history));
+}
+
+void getJournal(Context& c, const Request& req, Response& res)
+{
+    int64_t since = 0;
+    if (!timeParam(req, res, "since", 0, &since))
+        return;
+    answer(res, 200, journalJson(c.history.journal(since, kJournalPage)));
 }
 
 void getEvents(Context& c, const Request& req, Response& res)
@@ -309,6 +378,16 @@ void postStation(Context& c, const Request& req, Response& res)
     answerAction(res, c.actions.switchStation(body["station"].get<int>(), body["on"].get<bool>(), req.remote_addr));
 }
 
+void postAck(Context& c, const Request& req, Response& res)
+{
+    Json body;
+    if (!parseBody(req, res, &body))
+        return;
+    if (!body.contains("id") || !body["id"].is_string())
+        return refuse(res, 400, "expected {\"id\": \"ALARM-ID\"}");
+    answerAction(res, c.actions.acknowledge(body["id"], req.remote_addr));
+}
+
 enum class Access { Open, Change };
 
 struct Route {
@@ -321,6 +400,8 @@ struct Route {
 const Route kRoutes[] = {
     {"GET", "/", page, Access::Open},
     {"GET", "/status", page, Access::Open},
+    {"GET", "/alarms", page, Access::Open},
+    {"GET", "/journal", page, Access::Open},
     {"GET", R"(/screen/([A-Za-z0-9_-]+))", screenPage, Access::Open},
     {"GET", R"(/assets/(panel\.css|panel\.js))", asset, Access::Open},
     {"GET", "/api/screens", getScreens, Access::Open},
@@ -329,9 +410,12 @@ const Route kRoutes[] = {
     {"GET", "/api/trend", getTrend, Access::Open},
     {"GET", "/api/trend.csv", getTrendCsv, Access::Open},
     {"GET", "/api/events", getEvents, Access::Open},
+    {"GET", "/api/alarms", getAlarms, Access::Open},
+    {"GET", "/api/journal", getJournal, Access::Open},
     {"POST", "/api/write", postWrite, Access::Change},
     {"POST", "/api/read", postRead, Access::Change},
     {"POST", "/api/station", postStation, Access::Change},
+    {"POST", "/api/alarms/ack", postAck, Access::Change},
 };
 
 // Why a bind failed, asked of the system itself: httplib says only that it did.
@@ -357,8 +441,9 @@ std::string bindFailure(const std::string& host, int port)
 
 }  // namespace
 
-PanelServer::PanelServer(PlantModel& model, OperatorActions& actions, ServerSettings settings)
-    : context_(new Context{model, actions, std::move(settings)}), server_(new httplib::Server)
+PanelServer::PanelServer(PlantModel& model, OperatorActions& actions, AlarmBoard& alarms, HistoryStore& history,
+                         ServerSettings settings)
+    : context_(new Context{model, actions, alarms, history, std::move(settings)}), server_(new httplib::Server)
 {
     const size_t threads = context_->settings.streamLimit + context_->settings.requestThreads;
     server_->new_task_queue = [threads] { return new httplib::ThreadPool(threads); };

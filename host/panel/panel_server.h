@@ -13,6 +13,8 @@
 #include <memory>
 #include <string>
 
+#include "host/alarms/alarm_board.h"
+#include "host/history/history_store.h"
 #include "host/model/operator_actions.h"
 #include "host/model/plant_model.h"
 
@@ -23,6 +25,7 @@ class Server;
 namespace logohost {
 
 struct ServerSettings {
+    std::string historyDirectory;  // for the status page
     std::string host = "127.0.0.1";
     int port = 8502;       // 0: any free port
     std::string token;     // empty: changes need no token
@@ -33,7 +36,8 @@ struct ServerSettings {
 
 class PanelServer {
 public:
-    PanelServer(PlantModel& model, OperatorActions& actions, ServerSettings settings);
+    PanelServer(PlantModel& model, OperatorActions& actions, AlarmBoard& alarms, HistoryStore& history,
+                ServerSettings settings);
     ~PanelServer();
     PanelServer(const PanelServer&) = delete;
     PanelServer& operator=(const PanelServer&) = delete;

@@ -60,6 +60,37 @@ Json controllerJson(const ControllerFigures& c)
             {"losses", c.losses}};
 }
 
+Json historyJson(const ServerFigures& server)
+{
+    const HistoryHealth& h = server.history;
+    return {{"directory", server.historyDirectory},
+            {"writing", h.writing},
+            {"problem", h.problem},
+            {"problemSince", timeOrNull(h.problemSinceMs)},
+            {"samplesStored", h.samplesStored},
+            {"samplesDropped", h.samplesDropped},
+            {"entriesDropped", h.entriesDropped},
+            {"pending", h.pending},
+            {"fileBytes", h.fileBytes}};
+}
+
+Json alarmJson(const AlarmStatus& alarm)
+{
+    const AlarmRule& rule = *alarm.rule;
+    return {{"id", rule.id},
+            {"text", rule.text},
+            {"class", alarmClassName(rule.alarmClass)},
+            {"var", rule.varText},
+            {"state", alarmStateName(alarm.state)},
+            {"since", timeOrNull(alarm.sinceMs)},
+            {"raisedAt", timeOrNull(alarm.raisedAtMs)},
+            {"acknowledged", alarm.acknowledged},
+            {"acknowledgedBy", alarm.acknowledgedBy},
+            {"acknowledgedAt", timeOrNull(alarm.acknowledgedAtMs)},
+            {"value", alarm.value},
+            {"why", alarm.why}};
+}
+
 }  // namespace
 
 
@@ -137,7 +168,12 @@ Json statusJson(const PlantModel& model, bool readOnly, const ServerFigures& ser
               {"openStreams", server.openStreams},
               {"streamLimit", server.streamLimit}}},
             {"readOnly", readOnly},
-            {"stations", stations}};
+            {"stations", stations},
+            {"alarms",
+             {{"active", server.alarms.active},
+              {"unacknowledged", server.alarms.unacknowledged},
+              {"unknown", server.alarms.unknown}}},
+            {"history", historyJson(server)}};
 }
 
 Json trendJson(const PanelItem& item, const std::vector<TrendPoint>& points)
@@ -164,6 +200,67 @@ std::string trendCsv(const PanelItem& item, const std::vector<TrendPoint>& point
         csv += "\n";
     }
     return csv;
+}
+
+Json trendRangeJson(const PanelItem& item, const std::vector<TrendSpan>& spans)
+{
+    Json list = Json::array();
+    for (const TrendSpan& span : spans) {
+        if (span.gap)
+            list.push_back({span.fromMs, nullptr, nullptr});
+        else
+            list.push_back({span.fromMs, rounded(span.low, item.decimals), rounded(span.high, item.decimals)});
+    }
+    return {{"var", item.varText}, {"spans", list}};
+}
+
+std::string trendRangeCsv(const PanelItem& item, const std::vector<TrendSpan>& spans)
+{
+    const std::string unit = item.unit.empty() ? "" : " (" + item.unit + ")";
+    std::string csv = "from,to,lowest" + unit + ",highest" + unit + "\n";
+    char values[96];
+    for (const TrendSpan& span : spans) {
+        csv += localTimestamp(span.fromMs) + "," + localTimestamp(span.toMs) + ",";
+        if (!span.gap) {
+            std::snprintf(values, sizeof values, "%.*f,%.*f", item.decimals, span.low, item.decimals, span.high);
+            csv += values;
+        } else {
+            csv += ",";
+        }
+        csv += "\n";
+    }
+    return csv;
+}
+
+Json alarmsJson(const std::vector<AlarmStatus>& alarms, const AlarmCounts& counts,
+                const std::vector<AlarmEvent>& history)
+{
+    Json active = Json::array();
+    Json all = Json::array();
+    for (const AlarmStatus& alarm : alarms) {
+        all.push_back(alarmJson(alarm));
+        if (alarm.listed())
+            active.push_back(all.back());
+    }
+    Json events = Json::array();
+    for (const AlarmEvent& event : history)
+        events.push_back({{"id", event.alarmId},     {"text", event.text}, {"class", event.alarmClass},
+                          {"state", event.event},    {"at", isoTime(event.atMs)}, {"since", isoTime(event.atMs)},
+                          {"acknowledged", event.event == "acknowledged"}, {"by", event.by}});
+    return {{"counts", {{"active", counts.active}, {"unacknowledged", counts.unacknowledged}, {"unknown", counts.unknown}}},
+            {"active", active},
+            {"alarms", all},
+            {"history", events}};
+}
+
+Json journalJson(const std::vector<JournalEntry>& entries)
+{
+    Json list = Json::array();
+    for (const JournalEntry& entry : entries)
+        list.push_back({{"id", entry.id},           {"at", isoTime(entry.atMs)}, {"kind", entry.kind},
+                        {"who", entry.who},         {"subject", entry.subject},  {"value", entry.value},
+                        {"outcome", entry.outcome}, {"ok", entry.ok}});
+    return {{"entries", list}};
 }
 
 Json errorJson(const std::string& message) { return {{"error", message}}; }

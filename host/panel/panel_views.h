@@ -8,6 +8,8 @@
 
 #include <nlohmann/json.hpp>
 
+#include "host/alarms/alarm_board.h"
+#include "host/history/history_store.h"
 #include "host/model/operator_actions.h"
 #include "host/model/plant_model.h"
 
@@ -15,10 +17,14 @@ namespace logohost {
 
 using Json = nlohmann::json;
 
-// What the status page shows besides the model: the HTTP side's own figures.
+// What the status page shows besides the model: the HTTP side's own
+// figures, the alarms' counts and the history's health.
 struct ServerFigures {
     size_t openStreams = 0;
     size_t streamLimit = 0;
+    AlarmCounts alarms;
+    HistoryHealth history;
+    std::string historyDirectory;
 };
 
 // canChange: the request may make changes (it has the token, where one is
@@ -32,6 +38,14 @@ Json itemsJson(const std::vector<ItemState>& states, int64_t nowMs);
 Json statusJson(const PlantModel& model, bool readOnly, const ServerFigures& server);
 // Points as [milliseconds since the epoch, shown value or null for a gap].
 Json trendJson(const PanelItem& item, const std::vector<TrendPoint>& points);
+// Spans as [start, low, high] in shown units, or [start, null, null] for a gap.
+Json trendRangeJson(const PanelItem& item, const std::vector<TrendSpan>& spans);
+std::string trendRangeCsv(const PanelItem& item, const std::vector<TrendSpan>& spans);
+// The alarms an operator works through ("active": raised, unknown, or not
+// yet acknowledged), every alarm's state, and the latest changes.
+Json alarmsJson(const std::vector<AlarmStatus>& alarms, const AlarmCounts& counts,
+                const std::vector<AlarmEvent>& history);
+Json journalJson(const std::vector<JournalEntry>& entries);
 std::string trendCsv(const PanelItem& item, const std::vector<TrendPoint>& points);
 Json errorJson(const std::string& message);
 

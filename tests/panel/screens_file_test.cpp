@@ -13,6 +13,12 @@ using namespace logohost;
 // One screen "main" holding the items given (JSON text).
 std::string oneScreen(const std::string& items) { return R"({"screens": [{"name": "main", "items": [)" + items + "]}]}"; }
 
+// A screen of one item, and the top-level keys given (JSON text).
+std::string withTop(const std::string& keys)
+{
+    return "{" + keys + R"(, "screens": [{"name": "main", "items": [{"var": "VW0"}]}]})";
+}
+
 TEST(ScreensFile, ReadsItemsWithTheirSettings)
 {
     const std::string text = R"({"title": "Pump station", "screens": [
@@ -44,6 +50,32 @@ TEST(ScreensFile, ReadsItemsWithTheirSettings)
     EXPECT_EQ(shownText(input, -3), "-3");
 }
 
+TEST(ScreensFile, ControllersAndAlarms)
+{
+    const std::string text = R"({
+        "controllers": [{"station": 2, "name": "tank", "address": "[::1]:5021"}, {"station": 3, "name": "mill", "address": "plc3"}],
+        "alarms": [{"id": "level", "var": "AI1@2", "above": 90, "deadband": 2, "text": "Level high", "class": "fault"},
+                   {"id": "door", "var": "I3@3", "when": "off", "text": "Door open"}],
+        "screens": [{"name": "main", "items": [{"var": "AI1@2", "scale": 0.1}]}]})";
+    ScreenSet set;
+    std::string error;
+    // The controllers make the file multi-station: its variables carry their station.
+    ASSERT_TRUE(parseScreens(text, "plant.json", StationContext{false, 1}, &set, &error)) << error;
+    ASSERT_EQ(set.controllers.size(), 2u);
+    EXPECT_EQ(set.controllers[0].host, "::1");
+    EXPECT_EQ(set.controllers[0].port, 5021);
+    EXPECT_EQ(set.controllers[1].port, 502);
+    ASSERT_EQ(set.alarms.size(), 2u);
+    EXPECT_EQ(set.alarms[0].condition, AlarmCondition::Above);
+    EXPECT_EQ(set.alarms[0].deadband, 2);
+    EXPECT_EQ(set.alarms[0].alarmClass, AlarmClass::Fault);
+    EXPECT_EQ(set.alarms[1].condition, AlarmCondition::BitOff);
+    EXPECT_EQ(set.alarms[1].alarmClass, AlarmClass::Warning);  // unless told
+    // I3@3 is on no screen: it becomes an item of none, to be scanned all the same.
+    ASSERT_EQ(set.hiddenItems.size(), 1u);
+    EXPECT_EQ(set.hiddenItems[0].varText, "I3@3");
+}
+
 TEST(ScreensFile, BuiltInScreensParseInBothModes)
 {
     EXPECT_GE(builtInScreens(StationContext{false, 1}).screens.size(), 2u);
@@ -62,7 +94,33 @@ TEST(ScreensFile, MistakesAreNamedWithTheItem)
         {"top level not an object", "[]", false, "top level: expected an object with \"screens\""},
         {"no screens", "{\"title\": \"x\"}", false, "top level: \"screens\" must be a list of at least one screen"},
         {"unknown top key", "{\"screens\": [], \"colour\": 1}", false,
-         "top level: unknown key \"colour\" (expected screens, title)"},
+         "top level: unknown key \"colour\" (expected alarms, controllers, screens, title)"},
+        {"controller without a name", withTop(R"("controllers": [{"station": 2, "address": "10.0.0.2"}])"), false,
+         "controller 0: \"name\" must be 1 to 40 letters, digits, '-' or '_'"},
+        {"controller with an empty port", withTop(R"("controllers": [{"station": 2, "name": "mill", "address": "10.0.0.2:"}])"),
+         false, "controller 0: \"address\" must be HOST[:PORT]: the port after ':' is empty"},
+        {"two controllers, one station",
+         withTop(R"("controllers": [{"station": 2, "name": "a", "address": "h"}, {"station": 2, "name": "b", "address": "i"}])"),
+         false, "controller 1: another controller has station 2"},
+        {"alarm id unfit", withTop(R"("alarms": [{"id": "a b", "var": "M1", "when": "on", "text": "x"}])"), false,
+         "alarm 0: \"id\" must be 1 to 40 letters, digits, '-' or '_'"},
+        {"alarm on a bad variable", withTop(R"("alarms": [{"id": "a", "var": "M65", "when": "on", "text": "x"}])"), false,
+         "alarm \"a\": bad variable \"M65\": M takes a flag number (1-64)"},
+        {"bit alarm with a value", withTop(R"("alarms": [{"id": "a", "var": "M1", "above": 1, "text": "x"}])"), false,
+         "alarm \"a\": M1 is a bit: give \"when\": \"on\" or \"off\", not a value"},
+        {"word alarm with when", withTop(R"("alarms": [{"id": "a", "var": "AI1", "when": "on", "text": "x"}])"), false,
+         "alarm \"a\": AI1 is a word: give one of \"above\" or \"below\" a value in its shown units"},
+        {"word alarm, above and below", withTop(R"("alarms": [{"id": "a", "var": "AI1", "above": 1, "below": 0, "text": "x"}])"),
+         false, "alarm \"a\": AI1 is a word: give one of \"above\" or \"below\" a value in its shown units"},
+        {"negative deadband", withTop(R"("alarms": [{"id": "a", "var": "AI1", "above": 1, "deadband": -1, "text": "x"}])"),
+         false, "alarm \"a\": \"deadband\" must be a number of 0 or more"},
+        {"alarm without text", withTop(R"("alarms": [{"id": "a", "var": "M1", "when": "on"}])"), false,
+         "alarm \"a\": \"text\" must say what the alarm means, e.g. \"Tank overflow\""},
+        {"alarm class", withTop(R"("alarms": [{"id": "a", "var": "M1", "when": "on", "text": "x", "class": "error"}])"),
+         false, "alarm \"a\": \"class\" must be fault, warning or info"},
+        {"two alarms, one id",
+         withTop(R"("alarms": [{"id": "a", "var": "M1", "when": "on", "text": "x"}, {"id": "a", "var": "M2", "when": "on", "text": "y"}])"),
+         false, "alarm \"a\": another alarm has the same id"},
         {"screen without name", R"({"screens": [{"items": []}]})", false,
          "screen 0: \"name\" must be 1 to 40 letters, digits, '-' or '_' (it is part of the page's address)"},
         {"name unfit for an address", R"({"screens": [{"name": "a b", "items": []}]})", false,
