@@ -25,6 +25,13 @@ std::set<int> stationsOf(const std::vector<Variable>& variables, int defaultStat
 
 std::vector<int> listOf(const std::set<int>& stations) { return std::vector<int>(stations.begin(), stations.end()); }
 
+// A controller that comes back is scanned again within a fraction of the
+// demotion period; asking more often than twice a second helps no one.
+std::chrono::milliseconds probeInterval(std::chrono::milliseconds demoteFor)
+{
+    return std::max(std::chrono::milliseconds(500), std::min(demoteFor / 4, std::chrono::milliseconds(5000)));
+}
+
 }  // namespace
 
 HostClock HostClock::system()
@@ -48,8 +55,11 @@ ControllerFigures LinkFigures::total() const
         sum.losses += c.losses;
         sum.framesPerSecond += c.framesPerSecond;
     }
-    if (controllers.size() == 1)
-        sum.health = controllers[0].health;
+    // The worst link speaks for all: one controller not answering is news.
+    const auto rank = [](LinkState state) { return state == LinkState::Down ? 2 : state == LinkState::Connecting ? 1 : 0; };
+    for (size_t c = 0; c < controllers.size(); ++c)
+        if (c == 0 || rank(controllers[c].health.state) > rank(sum.health.state))
+            sum.health = controllers[c].health;
     return sum;
 }
 
@@ -69,15 +79,22 @@ Session::Session(const DriverApi& api, ComInfo& info, LinkSet& links, Trace& tra
       writes_(settings_.multiStation),
       reads_(kOnceReadSourceType),
       pacer_(settings_.scanPeriod, [this] { return reads_.anyOpen() || writes_.anyPending(); }),
+      passes_(links.size(), settings_.scanPeriod),
       rates_(links.size())
 {
     for (const int station : stationsOf(variables_, settings_.defaultStation))
         stations_[station] = StationState{station, true, ""};
+    if (settings_.probe)
+        probe_.reset(new StationProbe(links_, settings_.replyTimeout, probeInterval(settings_.demoteFor), [this](int station) {
+            const std::lock_guard<std::mutex> lock(stationMutex_);
+            if (demotion_)
+                demotion_->answered(station);
+        }));
     if (settings_.demote)
         demotion_.reset(new StationDemotion(
             api_, settings_.demoteAfter, settings_.demoteFor,
             [this](int station, bool off, const std::string& note) { onStationSwitched(station, !off, note); },
-            clock_.steady));
+            clock_.steady, probe_.get()));
     loop_.reset(new CommLoop(api_, info, links_, trace, hooks()));
 }
 
@@ -104,6 +121,8 @@ void Session::start() { loop_->start(); }
 void Session::stop()
 {
     stopping_.store(true);
+    if (probe_)
+        probe_->stop();
     pacer_.release();
     {
         const std::lock_guard<std::mutex> lock(changeMutex_);
@@ -120,6 +139,7 @@ int Session::scan(const std::vector<size_t>& variables)
     QList<HOSTVAR> list = hostVariables(chosen, settings_.defaultStation);
     const int requests = api_.rebuildReadList(&list);
     pacer_.setListSize(requests);
+    passes_.restart();
     bump();
     return requests;
 }
@@ -287,11 +307,13 @@ void Session::onResult(const RequestResult& reported)
         reportHealth(health_.onGiveUp(result.station));
     scanState_.onResult(result);
     pacer_.onResult(result);
+    if (result.returnCode != RC_RETRYING)
+        passes_.onResult(result, clock_.steady());
     writes_.onResult(result);
     {
         const std::lock_guard<std::mutex> lock(stationMutex_);
         if (demotion_)
-            demotion_->onResult(result);
+            demotion_->onResult(result, unreachable(health_.station(result.station)));
     }
     // Last of the session's own: a read-now waiter wakes to find its value.
     reads_.onResult(result);
@@ -387,6 +409,7 @@ LinkFigures Session::figures() const
         f.failures = counters.failures.load();
         f.connections = counters.connections.load();
         f.losses = health_.losses(c);
+        f.pass = passes_.figures(c);
         {
             const std::lock_guard<std::mutex> lock(changeMutex_);
             f.framesPerSecond = rates_[c].perSecond;

@@ -24,6 +24,7 @@
 #include "host/binding/driver_request.h"
 #include "host/binding/link_health.h"
 #include "host/binding/once_reads.h"
+#include "host/binding/pass_meter.h"
 #include "host/binding/scan_pacer.h"
 #include "host/binding/scan_state.h"
 #include "host/binding/station_demotion.h"
@@ -44,9 +45,10 @@ struct SessionSettings {
     int retries = 2;
     std::chrono::milliseconds replyTimeout{1000};
     std::chrono::milliseconds scanPeriod{0};  // one pass per period at most; 0: as fast as the link goes
-    bool demote = false;                      // switch a failing station off for a while
+    bool demote = false;                      // switch a failing station off
     int demoteAfter = 3;                      // given-up requests in a row before it goes off
-    std::chrono::milliseconds demoteFor{10000};
+    std::chrono::milliseconds demoteFor{10000};  // how long, without a probe; with one, how often it is asked
+    bool probe = false;                       // ask a switched-off station's controller whether it answers again
 };
 
 // The clocks every deadline and timestamp of the host is taken from, so
@@ -69,6 +71,7 @@ struct ControllerFigures {
     LinkHealth health;
     uint64_t frames = 0, replies = 0, refused = 0, failures = 0, connections = 0, losses = 0;
     double framesPerSecond = 0;
+    PassFigures pass;
 };
 
 // One snapshot of every link's counters.
@@ -176,6 +179,7 @@ private:
     WriteTracker writes_;
     OnceReads reads_;
     ScanPacer pacer_;
+    PassMeter passes_;
     std::atomic<int> nextSourceId_{1};
     std::atomic<bool> stopping_{false};
 
@@ -184,6 +188,7 @@ private:
     std::vector<HealthObserver> healthObservers_;
 
     mutable std::mutex stationMutex_;  // held while calling the driver's station switch
+    std::unique_ptr<StationProbe> probe_;
     std::unique_ptr<StationDemotion> demotion_;
     std::map<int, StationState> stations_;
 

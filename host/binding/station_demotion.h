@@ -1,5 +1,7 @@
-// Multi-station mode: a station that keeps failing is switched off for a
-// while, so that its time-outs do not slow the scan of the others.
+// Multi-station mode: a station that keeps failing is switched off, so that
+// its time-outs do not slow the scan of the others. One that cannot be
+// reached at all goes off at its first given-up request. It comes back on
+// when a probe finds it answering again, or, without a probe, after a while.
 #ifndef LOGOHOST_STATION_DEMOTION_H
 #define LOGOHOST_STATION_DEMOTION_H
 
@@ -10,6 +12,7 @@
 
 #include "host/binding/comm_loop.h"
 #include "host/binding/driver_api.h"
+#include "host/binding/station_probe.h"
 #include "host/notation/time_text.h"
 
 namespace logohost {
@@ -21,11 +24,16 @@ public:
 
     using Now = std::function<std::chrono::steady_clock::time_point()>;
 
-    StationDemotion(const DriverApi& api, int after, std::chrono::milliseconds offFor, Report report, Now now);
+    // With a probe, a station switched off stays off until the probe hears it.
+    StationDemotion(const DriverApi& api, int after, std::chrono::milliseconds offFor, Report report, Now now,
+                    StationProbe* probe = nullptr);
 
-    // Both on the communication thread.
-    void onResult(const RequestResult& result);
+    // On the communication thread. unreachable: the station's controller
+    // cannot be reached or does not answer at all.
+    void onResult(const RequestResult& result, bool unreachable);
     void tick();
+    // The probe heard the station: on again.
+    void answered(int station);
     // The operator switched the station by hand: no count or timer of the
     // demotion may switch it back.
     void forget(int station);
@@ -37,8 +45,9 @@ private:
     const std::chrono::milliseconds offFor_;
     const Report report_;
     const Now now_;
+    StationProbe* const probe_;
     std::map<int, int> givenUpInRow_;
-    std::map<int, Clock::time_point> offUntil_;
+    std::map<int, Clock::time_point> offUntil_;  // every station the demotion switched off
 };
 
 

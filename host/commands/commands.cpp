@@ -72,6 +72,10 @@ SessionSettings sessionSettings(const Options& options, const ComInfo& info, boo
     settings.replyTimeout = milliseconds(options.timeoutSeconds);
     settings.scanPeriod = paced ? milliseconds(options.scanPeriodSeconds) : std::chrono::milliseconds(0);
     settings.demote = options.multiStation;
+    // Several controllers: each one's own connection can be asked apart from
+    // the scan. A gateway's stations all share one; so does remote mode's
+    // peer, which a Modbus probe would not reach.
+    settings.probe = options.plcs.size() > 1 && !options.remoteMode;
     settings.demoteAfter = options.demoteAfter;
     settings.demoteFor = milliseconds(options.demoteForSeconds);
     return settings;

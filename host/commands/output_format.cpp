@@ -36,23 +36,38 @@ std::string rateText(double perSecond)
     return rate;
 }
 
-std::string linkText(const ControllerFigures& link)
+// "ok", or with several controllers each by name: "tank ok, mill not
+// answering since 12:03:07: connection refused".
+std::string healthText(const LinkFigures& links)
 {
-    return "link " + healthWords(link.health) + " | frames " + std::to_string(link.frames) + ", replies " + std::to_string(link.replies) + ", refused " +
+    if (links.controllers.size() == 1)
+        return healthWords(links.controllers[0].health);
+    std::string text;
+    for (const ControllerFigures& c : links.controllers)
+        text += (text.empty() ? "" : ", ") + c.name + " " + healthWords(c.health);
+    return text;
+}
+
+std::string linkText(const LinkFigures& links)
+{
+    const ControllerFigures link = links.total();
+    return "link " + healthText(links) + " | frames " + std::to_string(link.frames) + ", replies " + std::to_string(link.replies) + ", refused " +
            std::to_string(link.refused) + ", failures " + std::to_string(link.failures) + ", connections " +
            std::to_string(link.connections) + ", " + rateText(link.framesPerSecond) + " frames/s";
 }
 
-std::string jsonLink(const ControllerFigures& link)
+std::string jsonLink(const LinkFigures& links)
 {
-    return "\"link\":" + jsonString(healthWords(link.health)) + ",\"frames\":" + std::to_string(link.frames) + ",\"replies\":" + std::to_string(link.replies) +
+    const ControllerFigures link = links.total();
+    return "\"link\":" + jsonString(healthText(links)) + ",\"frames\":" + std::to_string(link.frames) + ",\"replies\":" + std::to_string(link.replies) +
            ",\"refused\":" + std::to_string(link.refused) + ",\"failures\":" + std::to_string(link.failures) +
            ",\"connections\":" + std::to_string(link.connections) + ",\"frames_per_s\":" + rateText(link.framesPerSecond);
 }
 
-std::string csvLink(const ControllerFigures& link)
+std::string csvLink(const LinkFigures& links)
 {
-    return csvField(healthWords(link.health)) + "," + std::to_string(link.frames) + "," + std::to_string(link.replies) + "," + std::to_string(link.refused) + "," +
+    const ControllerFigures link = links.total();
+    return csvField(healthText(links)) + "," + std::to_string(link.frames) + "," + std::to_string(link.replies) + "," + std::to_string(link.refused) + "," +
            std::to_string(link.failures) + "," + std::to_string(link.connections) + "," + rateText(link.framesPerSecond);
 }
 
@@ -146,7 +161,7 @@ std::string scanHeader(const std::vector<ElementStatus>& elements, Format format
     return header + ",link,frames,replies,refused,failures,connections,frames_per_s\n";
 }
 
-std::string scanLine(const std::vector<ElementStatus>& elements, const ControllerFigures& link, Format format)
+std::string scanLine(const std::vector<ElementStatus>& elements, const LinkFigures& link, Format format)
 {
     const std::string now = clockText(false);
     if (format == Format::Csv) {
@@ -174,7 +189,7 @@ std::string scanLine(const std::vector<ElementStatus>& elements, const Controlle
     return line + " | " + linkText(link) + "\n";
 }
 
-std::vector<std::string> liveTable(const std::vector<ElementStatus>& elements, const ControllerFigures& link,
+std::vector<std::string> liveTable(const std::vector<ElementStatus>& elements, const LinkFigures& link,
                                    const std::string& title)
 {
     const size_t width = nameWidth(elements);

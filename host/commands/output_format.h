@@ -32,10 +32,10 @@ std::string readResults(const std::vector<Reading>& readings, Format format);
 // `watch` when standard output is not a terminal: one line per scan; CSV
 // starts with a header naming the columns.
 std::string scanHeader(const std::vector<ElementStatus>& elements, Format format);
-std::string scanLine(const std::vector<ElementStatus>& elements, const ControllerFigures& link, Format format);
+std::string scanLine(const std::vector<ElementStatus>& elements, const LinkFigures& links, Format format);
 
 // `watch` on a terminal: the lines of the live table.
-std::vector<std::string> liveTable(const std::vector<ElementStatus>& elements, const ControllerFigures& link,
+std::vector<std::string> liveTable(const std::vector<ElementStatus>& elements, const LinkFigures& links,
                                    const std::string& title);
 
 // `write`: one line per write, with its outcome.

@@ -99,7 +99,7 @@ int runWatch(CommandContext& context)
         const bool last = !forever && left <= interval;
         const bool uninterrupted =
             sleepUnlessInterrupted(last ? std::chrono::ceil<std::chrono::milliseconds>(left) : interval);
-        const ControllerFigures link = session.figures().total();
+        const LinkFigures link = session.figures();
         const std::vector<ElementStatus> elements = session.elements();
         if (screen) {
             std::vector<std::string> lines = liveTable(elements, link, title);

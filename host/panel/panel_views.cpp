@@ -57,7 +57,11 @@ Json controllerJson(const ControllerFigures& c)
             {"failures", c.failures},
             {"refused", c.refused},
             {"connections", c.connections},
-            {"losses", c.losses}};
+            {"losses", c.losses},
+            {"passSeconds", std::round(c.pass.passSeconds * 1000) / 1000},
+            {"cycleSeconds", std::round(c.pass.cycleSeconds * 1000) / 1000},
+            {"passes", c.pass.passes},
+            {"overruns", c.pass.overruns}};
 }
 
 Json historyJson(const ServerFigures& server)
