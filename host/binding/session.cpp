@@ -313,7 +313,7 @@ void Session::onResult(const RequestResult& reported)
     {
         const std::lock_guard<std::mutex> lock(stationMutex_);
         if (demotion_)
-            demotion_->onResult(result, unreachable(health_.station(result.station)));
+            demotion_->onResult(result, health_.station(result.station));
     }
     // Last of the session's own: a read-now waiter wakes to find its value.
     reads_.onResult(result);

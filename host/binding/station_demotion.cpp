@@ -10,7 +10,7 @@ StationDemotion::StationDemotion(const DriverApi& api, int after, std::chrono::m
 {
 }
 
-void StationDemotion::onResult(const RequestResult& result, bool unreachable)
+void StationDemotion::onResult(const RequestResult& result, const LinkHealth& health)
 {
     if (isSuccessCode(result.returnCode)) {
         givenUpInRow_.erase(result.station);
@@ -19,13 +19,14 @@ void StationDemotion::onResult(const RequestResult& result, bool unreachable)
     if (!isFinalFailure(result.returnCode) || offUntil_.count(result.station))
         return;
     const int inRow = ++givenUpInRow_[result.station];
-    if (inRow < after_ && !unreachable)
+    const bool silent = unreachable(health);
+    if (inRow < after_ && !silent)
         return;
     api_.enableStation(result.station, STATION_OFF);
     offUntil_[result.station] = probe_ ? Clock::time_point::max() : now_() + offFor_;
     givenUpInRow_.erase(result.station);
-    const std::string why = unreachable ? "its controller is not answering"
-                                        : "after " + std::to_string(inRow) + " given-up request" +
+    const std::string why = silent ? "it is not answering (" + health.cause + ")"
+                                   : "after " + std::to_string(inRow) + " given-up request" +
                                               (inRow == 1 ? "" : "s") + " in a row";
     const std::string until = probe_ ? " until it answers again" : " for " + secondsText(offFor_);
     report_(result.station, true, "station " + std::to_string(result.station) + " switched off" + until + ": " + why);

@@ -12,6 +12,7 @@
 
 #include "host/binding/comm_loop.h"
 #include "host/binding/driver_api.h"
+#include "host/binding/link_health.h"
 #include "host/binding/station_probe.h"
 #include "host/notation/time_text.h"
 
@@ -28,9 +29,9 @@ public:
     StationDemotion(const DriverApi& api, int after, std::chrono::milliseconds offFor, Report report, Now now,
                     StationProbe* probe = nullptr);
 
-    // On the communication thread. unreachable: the station's controller
-    // cannot be reached or does not answer at all.
-    void onResult(const RequestResult& result, bool unreachable);
+    // On the communication thread, with the station's link state: one that
+    // cannot be reached or does not answer at all goes off at once.
+    void onResult(const RequestResult& result, const LinkHealth& health);
     void tick();
     // The probe heard the station: on again.
     void answered(int station);

@@ -237,7 +237,7 @@ bool TcpLink::connectNow()
     if (fd_ < 0) {
         const bool timedOut = error == ETIMEDOUT;
         close(timedOut ? LinkFault::ConnectTimeout : LinkFault::CannotConnect,
-              timedOut ? "no answer to a connection within " + std::to_string(timeout_.count()) + " ms" : systemError(error),
+              timedOut ? "connection timed out after " + std::to_string(timeout_.count()) + " ms" : systemError(error),
               "cannot connect to " + peer() + ": " + std::strerror(error), true);
         return false;
     }
@@ -331,7 +331,7 @@ Exchange TcpLink::receive(ReplyShape shape, Clock::time_point deadline, const st
         why = "no complete reply within " + std::to_string(timeout_.count()) + " ms" +
               (result.reply.isEmpty() ? "" : " (" + got + ")");
     const LinkFault fault = closed ? LinkFault::Closed : LinkFault::ReplyTimeout;
-    std::string cause = closed ? "connection closed by the controller" : "no reply within " + std::to_string(timeout_.count()) + " ms";
+    std::string cause = closed ? "connection closed by the controller" : "timed out after " + std::to_string(timeout_.count()) + " ms";
     if (!result.reply.isEmpty()) {
         // Part of a reply answers nothing: refused, so that the driver never
         // takes a truncated reply for a whole one.

@@ -42,7 +42,7 @@ struct Exchange {
     QByteArray reply;
     std::string problem;  // why a reply was refused
     LinkFault fault = LinkFault::None;
-    std::string cause;    // the fault in a few words: "connection refused", "no reply within 1000 ms"
+    std::string cause;    // the fault in a few words: "connection refused", "timed out after 1000 ms"
     bool sent = false;    // the frame went out
 };
 

@@ -84,8 +84,12 @@ inline std::vector<Values> csvRows(const Exit& run)
     while (std::getline(lines, line)) {
         std::istringstream names(header), fields(line);
         rows.emplace_back();
-        for (std::string name, field; std::getline(names, name, ',') && std::getline(fields, field, ',');)
+        // A last field that is empty has no comma after it to be read by.
+        for (std::string name; std::getline(names, name, ',');) {
+            std::string field;
+            std::getline(fields, field, ',');
             rows.back()[name] = field;
+        }
     }
     return rows;
 }

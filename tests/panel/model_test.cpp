@@ -321,9 +321,9 @@ TEST_F(ModelTest, EveryValueCarriesItsTruth)
         {"read again", Read, "ok", "", "never-read", "ok"},
         {"a time-out alone changes nothing", LinkFails, "ok", "", "never-read", "ok"},
         {"its request given up: the controller is not answering", GiveUp, "stale",
-         "not answering: no reply within 1000 ms", "no-reply", "not answering"},
-        {"its own request fails", Fail, "no-reply", "no reply: no reply within 1000 ms", "no-reply", "not answering"},
-        {"a reply comes again", Reply, "no-reply", "no reply: no reply within 1000 ms", "no-reply", "ok"},
+         "not answering: timed out after 1000 ms", "no-reply", "not answering"},
+        {"its own request fails", Fail, "no-reply", "no reply: timed out after 1000 ms", "no-reply", "not answering"},
+        {"a reply comes again", Reply, "no-reply", "no reply: timed out after 1000 ms", "no-reply", "ok"},
         {"an exception", Exception, "failed",
          "the controller answered illegal data address (Modbus exception 02)", "no-reply", "ok"},
         {"its station switched off", StationOff, "station-off", "station 1 is switched off", "station-off", "ok"},
@@ -337,7 +337,7 @@ TEST_F(ModelTest, EveryValueCarriesItsTruth)
     for (const auto& step : steps) {
         SCOPED_TRACE(step.name);
         RequestResult failed = cyclicResult("AI1", RC_LOCAL_NO_REPLY + 1);
-        failed.failure = RequestFailure{failed.returnCode, 0, "", "no reply within 1000 ms"};
+        failed.failure = RequestFailure{failed.returnCode, 0, "", "timed out after 1000 ms"};
         switch (step.event) {
         case Read: session().onExchange(0, 1, exchangeWith(LinkFault::None, "")); session().onResult(cyclicResult("AI1", RC_LOCAL_OK)); break;
         case Fail: session().onResult(failed); break;
@@ -347,7 +347,7 @@ TEST_F(ModelTest, EveryValueCarriesItsTruth)
             session().onResult(failed);
             break;
         case Wait: advance(milliseconds(waits++ == 2 ? 2500 : 1500)); break;
-        case LinkFails: session().onExchange(0, 1, exchangeWith(LinkFault::ReplyTimeout, "no reply within 1000 ms")); break;
+        case LinkFails: session().onExchange(0, 1, exchangeWith(LinkFault::ReplyTimeout, "timed out after 1000 ms")); break;
         case GiveUp: session().onResult(cyclicResult("VW0", RC_LOCAL_NO_REPLY + 1)); break;
         case Reply: session().onExchange(0, 1, exchangeWith(LinkFault::None, "")); break;
         case StationOff: session().switchStation(1, false, "by hand"); break;
@@ -379,10 +379,10 @@ TEST_F(ModelTest, TheLinkStateChangesOnWhatTheLinkSeesOnly)
     EXPECT_EQ(health.cause, "connection refused");
     EXPECT_TRUE(unreachable(health));
     advance(milliseconds(5000));
-    session().onExchange(0, 1, exchangeWith(LinkFault::ReplyTimeout, "no reply within 1000 ms"));
+    session().onExchange(0, 1, exchangeWith(LinkFault::ReplyTimeout, "timed out after 1000 ms"));
     health = session().health(0);
     EXPECT_EQ(health.sinceMs, start);
-    EXPECT_EQ(health.cause, "no reply within 1000 ms");
+    EXPECT_EQ(health.cause, "timed out after 1000 ms");
     session().onExchange(0, 1, exchangeWith(LinkFault::None, ""));
     EXPECT_EQ(session().health(0).state, LinkState::Ok);
     EXPECT_EQ(session().figures().controllers[0].losses, 1u);
