@@ -22,21 +22,25 @@ struct FaultCase {
 const FaultCase kFaults[] = {
     {"Dropped", "drop", RC_LOCAL_NO_REPLY + 1, "", true},
     {"DroppedMidReply", "drop-mid", RC_LOCAL_NO_REPLY + 1, "incomplete reply: connection closed after 6 bytes", true},
-    {"LateBeyondTimeout", "late:delay=400", RC_LOCAL_NO_REPLY + 1, "", true},
+    {"LateBeyondTimeout", "late:delay=2500", RC_LOCAL_NO_REPLY + 1, "", true},
     {"Silent", "silent", RC_LOCAL_NO_REPLY + 1, "", true},
-    {"Short", "short", RC_LOCAL_NO_REPLY + 1, "incomplete reply: no complete reply within 150 ms (12 bytes", true},
+    {"Short", "short", RC_LOCAL_NO_REPLY + 1, "incomplete reply: no complete reply within 1000 ms (12 bytes", true},
     {"Long", "long", RC_LOCAL_NO_REPLY + 1, "6 data bytes after a byte count of 4", true},
     {"Exception", "exception", RC_LOCAL_BAD_LENGTH + 1, "", false},
 };
 
 void PrintTo(const FaultCase& c, std::ostream* out) { *out << c.rule; }
 
+constexpr std::chrono::milliseconds kTimeout{1000};
+
 class LinkFault : public ::testing::TestWithParam<FaultCase> {};
 
 TEST_P(LinkFault, GivesUpAsDocumentedThenResumes)
 {
     const FaultCase& c = GetParam();
-    LoopHarness h(defaultSettings(), std::chrono::milliseconds(150));
+    // A time-out far above any reply's time, sanitizers and a busy machine
+    // included, and a late reply far beyond it.
+    LoopHarness h(defaultSettings(), kTimeout);
     logosim::FaultSpec rule;
     std::string error;
     ASSERT_TRUE(logosim::parseFaultSpec(c.rule, &rule, &error)) << error;
@@ -103,7 +107,7 @@ INSTANTIATE_TEST_SUITE_P(EveryKind, LinkFault, ::testing::ValuesIn(kFaults),
 // A controller that stops answering and refuses connections, then comes back.
 TEST(ControllerOutage, ScanResumesAfterTheControllerComesBack)
 {
-    LoopHarness h(defaultSettings(), std::chrono::milliseconds(150));
+    LoopHarness h(defaultSettings(), kTimeout);
     QList<HOSTVAR> vars;
     vars.append(h.hostVar(AREA_AM, "1", 1));
     h.api.rebuildReadList(&vars);
