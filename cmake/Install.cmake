@@ -82,4 +82,16 @@ if(TARGET logohost)
     message(FATAL_ERROR "gzip could not compress man/logohost.1")
   endif()
   install(FILES ${LOGO_INSTALL_STAGING}/logohost.1.gz DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT tools)
+
+  # The panel as a service: a systemd unit (not enabled) and the settings
+  # file it reads, which a package keeps as the administrator left it.
+  if(LOGO_BUILD_PANEL)
+    set(LOGO_CONFIG_FILE ${CMAKE_INSTALL_FULL_SYSCONFDIR}/logohost/panel.conf)
+    configure_file(${PROJECT_SOURCE_DIR}/packaging/logohost-panel.service.in
+                   ${LOGO_INSTALL_STAGING}/logohost-panel.service @ONLY)
+    install(FILES ${LOGO_INSTALL_STAGING}/logohost-panel.service
+            DESTINATION ${CMAKE_INSTALL_PREFIX}/lib/systemd/system COMPONENT tools)
+    install(FILES packaging/panel.conf DESTINATION ${CMAKE_INSTALL_FULL_SYSCONFDIR}/logohost COMPONENT tools)
+    file(WRITE ${LOGO_INSTALL_STAGING}/conffiles "${LOGO_CONFIG_FILE}\n")
+  endif()
 endif()

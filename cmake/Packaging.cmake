@@ -82,11 +82,20 @@ logo-modbus-tcp.pc and the documentation.")
 set(CPACK_DEBIAN_TOOLS_PACKAGE_NAME logohost)
 set(CPACK_DEBIAN_TOOLS_PACKAGE_SECTION utils)
 set(CPACK_COMPONENT_TOOLS_DEPENDS driver)
+if(LOGO_BUILD_PANEL)
+  # The service's system user, made by postinst; its settings a conffile.
+  set(CPACK_DEBIAN_TOOLS_PACKAGE_DEPENDS "adduser")
+  set(CPACK_DEBIAN_TOOLS_PACKAGE_CONTROL_EXTRA ${PROJECT_SOURCE_DIR}/packaging/postinst
+      ${PROJECT_BINARY_DIR}/install-files/conffiles)
+endif()
 set(CPACK_COMPONENT_TOOLS_DESCRIPTION "Siemens LOGO! Modbus TCP reference host and simulator
 logohost loads the LOGO! Modbus TCP driver as an operator-panel runtime
 does, and reads, writes or watches a controller's variables from the
-command line. logohost sim runs a simulated LOGO! controller as a Modbus
-TCP server, with faults on demand, for testing hosts without hardware.")
+command line. logohost panel serves an operator panel for one or several
+controllers to browsers, with alarms, a journal and a history kept across
+restarts; it comes with a systemd unit, logohost-panel.service, not
+enabled. logohost sim runs a simulated LOGO! controller as a Modbus TCP
+server, with faults on demand, for testing hosts without hardware.")
 
 # Each package's own doc folder holds its copyright and Debian changelog.
 string(TIMESTAMP LOGO_PACKAGE_DATE "%a, %d %b %Y %H:%M:%S +0000" UTC)

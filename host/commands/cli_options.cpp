@@ -4,6 +4,7 @@
 #include "common/numbers.h"
 
 #include <cctype>
+#include <fstream>
 #include <functional>
 
 namespace logohost {
@@ -214,6 +215,44 @@ bool applyOption(int argc, char** argv, int* i, Options* options, std::string* e
     return true;
 }
 
+// A settings file: one option a line as on the command line, without its
+// leading "--" ("plc 192.168.0.3", "read-only"); "#" starts a comment. The
+// options take their place where --config stands among the others.
+bool applyConfigFile(const std::string& path, Options* options, std::string* error)
+{
+    std::ifstream file(path);
+    if (!file) {
+        *error = "--config " + path + ": cannot be read";
+        return false;
+    }
+    int number = 0;
+    for (std::string line; std::getline(file, line);) {
+        ++number;
+        const size_t start = line.find_first_not_of(" \t");
+        if (start == std::string::npos || line[start] == '#')
+            continue;
+        const size_t end = line.find_last_not_of(" \t\r");
+        const size_t space = line.find_first_of(" \t", start);
+        std::string name = "--" + line.substr(start, (space == std::string::npos ? end + 1 : space) - start);
+        const size_t valueStart = space == std::string::npos ? std::string::npos : line.find_first_not_of(" \t", space);
+        std::string value = valueStart == std::string::npos ? "" : line.substr(valueStart, end + 1 - valueStart);
+        std::vector<char*> argv{&name[0]};
+        if (!value.empty())
+            argv.push_back(&value[0]);
+        int at = 0;
+        const bool nested = name == "--config";
+        if (nested || !applyOption(static_cast<int>(argv.size()), argv.data(), &at, options, error)) {
+            *error = path + ":" + std::to_string(number) + ": " + (nested ? "a settings file cannot name another" : *error);
+            return false;
+        }
+        if (at + 1 != static_cast<int>(argv.size())) {
+            *error = path + ":" + std::to_string(number) + ": option " + name + " takes no value, got \"" + value + "\"";
+            return false;
+        }
+    }
+    return true;
+}
+
 bool checkArguments(const Options& options, std::string* error)
 {
     if (options.command.empty()) {
@@ -292,6 +331,9 @@ const char* const kUsageOptions = R"(Options:
   --format FORMAT       table (default), csv or jsonl
   --trace               every frame in hex on standard error
   --driver PATH         the driver library (default: beside logohost)
+  --config FILE         options from a settings file, one a line without its
+                        "--" ("plc 192.168.0.3"); the service reads
+                        /etc/logohost/panel.conf
   --help                this text
 )";
 
@@ -332,6 +374,14 @@ ParseStatus parseOptions(int argc, char** argv, Options* out, std::string* error
         const std::string word = argv[i];
         if (options.command == "sim") {
             options.args.push_back(word);
+        } else if (word == "--config" || word.compare(0, 9, "--config=") == 0) {
+            const std::string path = word.size() > 9 ? word.substr(9) : i + 1 < argc ? argv[++i] : "";
+            if (path.empty()) {
+                *error = "option --config needs a value: the path of a settings file";
+                return kParseError;
+            }
+            if (!applyConfigFile(path, &options, error))
+                return kParseError;
         } else if (word.size() > 1 && word[0] == '-' && !std::isdigit(static_cast<unsigned char>(word[1]))) {
             if (!applyOption(argc, argv, &i, &options, error))
                 return kParseError;
