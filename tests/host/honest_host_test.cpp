@@ -5,6 +5,7 @@
 // as another number than the one written.
 #include <gtest/gtest.h>
 #include <netinet/in.h>
+#include <signal.h>
 #include <sys/socket.h>
 
 #include <memory>
@@ -164,9 +165,16 @@ TEST_F(HonestHost, IPv6LoopbackForTheControllerAndTheSimulator)
     close(probe);
     if (!available)
         GTEST_SKIP() << "no IPv6 loopback on this machine";
-    startSimulator({}, "::1");
+    FILE* sim = startHost({"sim", "--listen", "[::1]:0"}, "/dev/null");
+    const pid_t pid = std::stoi(readLine(sim));
+    const std::string line = readLine(sim);
+    std::smatch address;
+    ASSERT_TRUE(std::regex_search(line, address, std::regex(R"(listening on (\[::1\]:\d+)$)"))) << line;
+    plc_ = address[1];
     EXPECT_EQ(host({"write", "VW6=77"}).code, 0);
     EXPECT_EQ(readValues(host({"read", "VW6", "--format", "csv"})), (Values{{"VW6", "77"}}));
+    kill(pid, SIGINT);
+    EXPECT_EQ(pclose(sim), 0);
 }
 
 }  // namespace
