@@ -147,6 +147,7 @@ ElementStatus ScanState::judged(const Element& element, const LinkHealth& health
     std::string& why = status.why;
     const bool down = health.state == LinkState::Down;
     status.unreachable = unreachable(health);
+    status.linkCause = down ? health.cause : "";
     if (element.stationOff) {
         status.quality = Quality::StationOff;
         why = "station " + std::to_string(status.station) + " is switched off";

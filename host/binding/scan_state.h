@@ -40,6 +40,7 @@ struct ElementStatus {
     Quality quality = Quality::NeverRead;
     std::string why;        // for any quality but ok, in words: "no reply: connection refused"
     bool unreachable = false;  // its station cannot be reached or does not answer at all
+    std::string linkCause;     // why its station is not answering, when it is not
     RequestFailure failure;  // of its last request, when that failed
     int failuresInRow = 0;
     uint64_t lastResult = 0;  // the number of the result that last covered it, 0: none yet

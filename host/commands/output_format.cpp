@@ -115,6 +115,8 @@ std::vector<Reading> readingsOf(const std::vector<ElementStatus>& elements, cons
             reading.value = std::to_string(element.value);
         else if (ownFailure)
             reading.error = failureText(element.failure);  // a one-off read: the driver's code too, last
+        else if (!element.linkCause.empty())
+            reading.error = "the controller did not answer (" + element.linkCause + ")";
         else if (element.quality == Quality::NeverRead)
             reading.error = unread;
         else
