@@ -35,8 +35,7 @@ AlarmBoard::AlarmBoard(const PlantModel& model, Record record) : model_(model), 
     for (const AlarmRule& rule : model.screens().alarms) {
         vars_.push_back(model.indexOf(rule.var));
         AlarmStatus status;
-        status.rule = &rule;
-        status.sinceMs = model.session().clock().wallMs();
+        status.rule = &rule;  // unknown, since no time yet: not read
         alarms_.push_back(status);
     }
 }

@@ -1,0 +1,72 @@
+#include "host/commands/plant_runtime.h"
+
+namespace logohost {
+namespace {
+
+constexpr size_t kRestoredAlarmEvents = 100000;
+constexpr size_t kHistoryMemory = 200000;  // samples held while the disk cannot be written
+
+std::string dataDirectoryOf(const Options& options)
+{
+    return options.dataDirectory.empty() ? defaultHistoryDirectory() : options.dataDirectory;
+}
+
+std::vector<std::string> controllerNames(const LinkSet& links)
+{
+    std::vector<std::string> names;
+    for (size_t c = 0; c < links.size(); ++c)
+        names.push_back(links.address(c).name);
+    return names;
+}
+
+}  // namespace
+
+bool plantScreens(const Options& options, ScreenSet* out, std::string* error)
+{
+    const StationContext stations{options.multiStation, options.station};
+    if (options.screensPath.empty()) {
+        *out = builtInScreens(stations);
+        return true;
+    }
+    return loadScreensFile(options.screensPath, stations, out, error);
+}
+
+PlantRuntime::PlantRuntime(CommandContext& context, ScreenSet screens)
+    : dataDirectory_(dataDirectoryOf(context.options)),
+      history_(HistorySettings{dataDirectory_, std::chrono::hours(context.options.keepHours), {}, kHistoryMemory}),
+      model_(std::move(screens), PlantSettings{context.options.multiStation, context.options.station}),
+      session_(context.api, context.info, context.links, context.trace,
+               sessionSettings(context.options, context.info, true), model_.variables()),
+      alarms_(model_, [this](const AlarmEvent& event) { history_.addAlarmEvent(event); }),
+      linkJournal_(history_, controllerNames(context.links)),
+      actions_(
+          model_, ActionSettings{context.options.readOnly, session_.requestDeadline(1)},
+          [this](const ActionRecord& action) { history_.addJournal(journalEntry(action, session_.clock().wallMs())); },
+          [this](const std::string& id, const std::string& who) { return alarms_.acknowledge(id, who); })
+{
+    // The history works in memory when its folder cannot be used: the
+    // plant runs on, and the status says why.
+    std::string error;
+    if (!history_.open(&error))
+        complain("the history is kept in memory only: " + error);
+    model_.attach(session_, &history_);
+    alarms_.restore(history_.alarmEvents(0, kRestoredAlarmEvents));
+    session_.addResultObserver([this](const RequestResult&) { alarms_.evaluate(); });
+    session_.addHealthObserver([this](size_t controller, const LinkHealth& health) {
+        linkJournal_.onHealth(controller, health, session_.clock().wallMs());
+    });
+}
+
+PlantRuntime::~PlantRuntime() { stop(); }
+
+void PlantRuntime::start() { session_.start(); }
+
+void PlantRuntime::tick()
+{
+    model_.refreshLeases();
+    alarms_.evaluate();
+}
+
+void PlantRuntime::stop() { session_.stop(); }
+
+}  // namespace logohost
