@@ -232,54 +232,62 @@ void getValues(Context& c, const Request& req, Response& res)
 
 void getStatus(Context& c, const Request&, Response& res) { answer(res, 200, status(c)); }
 
-// A range of the history ("from", "to", at most "points" spans), or without
-// "from" the recent minutes the panel keeps in memory, point by point.
-bool rangeOf(const Context& c, const Request& req, Response& res, int64_t* from, int64_t* to, int* points)
+// What a trend request asks for: the trend, and a range of the history
+// ("from", "to", at most "points" spans), or without "from" the recent
+// minutes the panel keeps in memory, point by point. trend < 0 after
+// answering what was wrong.
+struct TrendRequest {
+    int trend = -1;
+    bool ranged = false;
+    int64_t from = 0, to = 0;
+    int points = kDefaultTrendPoints;
+};
+
+TrendRequest trendRequest(const Context& c, const Request& req, Response& res)
 {
-    const int64_t now = nowMs(c);
-    *points = req.has_param("points") ? std::atoi(req.get_param_value("points").c_str()) : kDefaultTrendPoints;
-    if (*points < 1 || *points > kMaxTrendPoints) {
+    TrendRequest ask;
+    ask.ranged = req.has_param("from");
+    if (req.has_param("points"))
+        ask.points = std::atoi(req.get_param_value("points").c_str());
+    if (ask.points < 1 || ask.points > kMaxTrendPoints) {
         refuse(res, 400, "\"points\" must be a whole number from 1 to " + std::to_string(kMaxTrendPoints));
-        return false;
+        return ask;
     }
-    if (!timeParam(req, res, "from", 0, from) || !timeParam(req, res, "to", now, to))
-        return false;
-    if (*from >= *to) {
+    if (!timeParam(req, res, "from", 0, &ask.from) || !timeParam(req, res, "to", nowMs(c), &ask.to))
+        return ask;
+    if (ask.from >= ask.to) {
         refuse(res, 400, "\"from\" must come before \"to\"");
-        return false;
+        return ask;
     }
-    return true;
+    ask.trend = trendOf(c, req, res);
+    return ask;
 }
 
 void getTrend(Context& c, const Request& req, Response& res)
 {
-    const int trend = trendOf(c, req, res);
-    int64_t from = 0, to = 0;
-    int points = 0;
-    if (trend < 0 || !rangeOf(c, req, res, &from, &to, &points))
+    const TrendRequest ask = trendRequest(c, req, res);
+    if (ask.trend < 0)
         return;
-    const PanelItem& item = c.model.trendItem(trend);
-    if (!req.has_param("from")) {
+    const PanelItem& item = c.model.trendItem(ask.trend);
+    if (!ask.ranged) {
         const int64_t since = req.has_param("since") ? std::atoll(req.get_param_value("since").c_str()) : 0;
-        return answer(res, 200, trendJson(item, c.model.trendPoints(trend, since)));
+        return answer(res, 200, trendJson(item, c.model.trendPoints(ask.trend, since)));
     }
-    answer(res, 200, trendRangeJson(item, c.model.trendRange(trend, from, to, points)));
+    answer(res, 200, trendRangeJson(item, c.model.trendRange(ask.trend, ask.from, ask.to, ask.points)));
 }
 
 void getTrendCsv(Context& c, const Request& req, Response& res)
 {
-    const int trend = trendOf(c, req, res);
-    int64_t from = 0, to = 0;
-    int points = 0;
-    if (trend < 0 || !rangeOf(c, req, res, &from, &to, &points))
+    const TrendRequest ask = trendRequest(c, req, res);
+    if (ask.trend < 0)
         return;
-    const PanelItem& item = c.model.trendItem(trend);
+    const PanelItem& item = c.model.trendItem(ask.trend);
     std::string name = item.varText;
     for (char& ch : name)
         ch = std::isalnum(static_cast<unsigned char>(ch)) ? ch : '_';
     res.set_header("Content-Disposition", "attachment; filename=\"trend-" + name + ".csv\"");
-    const std::string csv = req.has_param("from") ? trendRangeCsv(item, c.model.trendRange(trend, from, to, points))
-                                                  : trendCsv(item, c.model.trendPoints(trend, 0));
+    const std::string csv = ask.ranged ? trendRangeCsv(item, c.model.trendRange(ask.trend, ask.from, ask.to, ask.points))
+                                       : trendCsv(item, c.model.trendPoints(ask.trend, 0));
     res.set_content(csv, "text/csv; charset=utf-8");
 }
 
