@@ -36,6 +36,7 @@ AlarmBoard::AlarmBoard(const PlantModel& model, Record record) : model_(model), 
         vars_.push_back(model.indexOf(rule.var));
         AlarmStatus status;
         status.rule = &rule;  // unknown, since no time yet: not read
+        status.unit = model.variable(static_cast<size_t>(vars_.back())).item->unit;
         alarms_.push_back(status);
     }
 }
@@ -161,10 +162,16 @@ AlarmCounts AlarmBoard::counts() const
 {
     AlarmCounts counts;
     const std::lock_guard<std::mutex> lock(mutex_);
+    int worst = -1;  // the class's rank: fault 2, warning 1, info 0
     for (const AlarmStatus& alarm : alarms_) {
         counts.active += alarm.state == AlarmState::Active;
         counts.unacknowledged += !alarm.acknowledged;
         counts.unknown += alarm.state == AlarmState::Unknown;
+        const int rank = 2 - static_cast<int>(alarm.rule->alarmClass);
+        if (alarm.listed() && rank > worst) {
+            worst = rank;
+            counts.worstClass = alarmClassName(alarm.rule->alarmClass);
+        }
     }
     return counts;
 }

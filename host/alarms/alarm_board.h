@@ -36,6 +36,7 @@ struct AlarmStatus {
     std::string acknowledgedBy;
     int64_t acknowledgedAtMs = 0;
     std::string value;  // as its item shows it, when known
+    std::string unit;   // its item's
     std::string why;    // unknown: why its variable cannot be read
 
     // In the list an operator works through: active, unknown, or not yet
@@ -47,6 +48,7 @@ struct AlarmCounts {
     int active = 0;
     int unacknowledged = 0;
     int unknown = 0;
+    const char* worstClass = "";  // of the listed alarms: fault, warning, info, or "" with none
 };
 
 class AlarmBoard {

@@ -74,7 +74,7 @@ Session::Session(const DriverApi& api, ComInfo& info, LinkSet& links, Trace& tra
               listOf(stationsOf(variables_, settings_.defaultStation))),
       scanState_(api, variables_, settings_.multiStation, settings_.defaultStation,
                  ScanTiming{settings_.replyTimeout * (settings_.retries + 1) + settings_.scanPeriod, clock_.steady,
-                            clock_.wallMs},
+                            clock_.wallMs},  // as staleAfter()
                  [&links](int station) { return links.controllerOf(station); }),
       writes_(settings_.multiStation),
       reads_(kOnceReadSourceType),
@@ -216,6 +216,11 @@ bool Session::waitUntil(Clock::time_point deadline, const std::function<bool()>&
         seen = waitForChange(seen, kWaitSlice);
     }
     return true;
+}
+
+std::chrono::milliseconds Session::staleAfter() const
+{
+    return settings_.replyTimeout * (settings_.retries + 1) + settings_.scanPeriod;
 }
 
 std::chrono::milliseconds Session::requestDeadline(int frames) const

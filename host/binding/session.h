@@ -126,6 +126,9 @@ public:
     // The longest a request of `frames` frames may take: each frame with
     // its retries, time-outs and reconnection back-off, with room.
     std::chrono::milliseconds requestDeadline(int frames) const;
+    // How long a value may go unread before it is stale: a request with
+    // every retry, and the wait for its pass.
+    std::chrono::milliseconds staleAfter() const;
 
     // The operator's station switch; a station switched by hand is left
     // alone by the automatic switching off.

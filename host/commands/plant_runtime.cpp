@@ -50,7 +50,7 @@ PlantRuntime::PlantRuntime(CommandContext& context, ScreenSet screens)
     if (!history_.open(&error))
         complain("the history is kept in memory only: " + error);
     model_.attach(session_, &history_);
-    alarms_.restore(history_.alarmEvents(0, kRestoredAlarmEvents));
+    alarms_.restore(history_.alarmEvents(0, kRestoredAlarmEvents, true));
     session_.addResultObserver([this](const RequestResult&) { alarms_.evaluate(); });
     session_.addHealthObserver([this](size_t controller, const LinkHealth& health) {
         linkJournal_.onHealth(controller, health, session_.clock().wallMs());

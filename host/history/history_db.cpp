@@ -336,15 +336,17 @@ void HistoryDb::forEachBlock(const std::string& series, int64_t fromMs, int64_t 
     }
 }
 
-std::vector<JournalEntry> HistoryDb::journal(int64_t sinceMs, size_t limit) const
+std::vector<JournalEntry> HistoryDb::journal(int64_t sinceMs, size_t limit, bool newest) const
 {
     const std::lock_guard<std::mutex> lock(readerMutex_);
     std::vector<JournalEntry> entries;
     if (!reader_)
         return entries;
     Statement select(reader_,
-                     "SELECT id, at_ms, kind, who, subject, value, outcome, ok FROM journal"
-                     " WHERE at_ms >= ?1 ORDER BY at_ms, id LIMIT ?2");
+                     newest ? "SELECT id, at_ms, kind, who, subject, value, outcome, ok FROM journal"
+                              " WHERE at_ms >= ?1 ORDER BY at_ms DESC, id DESC LIMIT ?2"
+                            : "SELECT id, at_ms, kind, who, subject, value, outcome, ok FROM journal"
+                              " WHERE at_ms >= ?1 ORDER BY at_ms, id LIMIT ?2");
     select.bind(1, sinceMs).bind(2, rowLimit(limit));
     while (select.step() == SQLITE_ROW) {
         JournalEntry entry;
@@ -358,18 +360,22 @@ std::vector<JournalEntry> HistoryDb::journal(int64_t sinceMs, size_t limit) cons
         entry.ok = select.integer(7) != 0;
         entries.push_back(std::move(entry));
     }
+    if (newest)
+        std::reverse(entries.begin(), entries.end());
     return entries;
 }
 
-std::vector<AlarmEvent> HistoryDb::alarmEvents(int64_t sinceMs, size_t limit) const
+std::vector<AlarmEvent> HistoryDb::alarmEvents(int64_t sinceMs, size_t limit, bool newest) const
 {
     const std::lock_guard<std::mutex> lock(readerMutex_);
     std::vector<AlarmEvent> events;
     if (!reader_)
         return events;
     Statement select(reader_,
-                     "SELECT id, at_ms, alarm_id, event, text, class, by FROM alarm_events"
-                     " WHERE at_ms >= ?1 ORDER BY at_ms, id LIMIT ?2");
+                     newest ? "SELECT id, at_ms, alarm_id, event, text, class, by FROM alarm_events"
+                              " WHERE at_ms >= ?1 ORDER BY at_ms DESC, id DESC LIMIT ?2"
+                            : "SELECT id, at_ms, alarm_id, event, text, class, by FROM alarm_events"
+                              " WHERE at_ms >= ?1 ORDER BY at_ms, id LIMIT ?2");
     select.bind(1, sinceMs).bind(2, rowLimit(limit));
     while (select.step() == SQLITE_ROW) {
         AlarmEvent event;
@@ -382,6 +388,8 @@ std::vector<AlarmEvent> HistoryDb::alarmEvents(int64_t sinceMs, size_t limit) co
         event.by = select.text(6);
         events.push_back(std::move(event));
     }
+    if (newest)
+        std::reverse(events.begin(), events.end());
     return events;
 }
 

@@ -49,8 +49,10 @@ public:
     // what is in memory still answers.
     void forEachBlock(const std::string& series, int64_t fromMs, int64_t toMs,
                       const std::function<void(const SampleBlock&)>& visit) const;
-    std::vector<JournalEntry> journal(int64_t sinceMs, size_t limit) const;
-    std::vector<AlarmEvent> alarmEvents(int64_t sinceMs, size_t limit) const;
+    // At most `limit` from sinceMs on, oldest first; newest: the last
+    // `limit` of them instead of the first (still oldest first).
+    std::vector<JournalEntry> journal(int64_t sinceMs, size_t limit, bool newest = false) const;
+    std::vector<AlarmEvent> alarmEvents(int64_t sinceMs, size_t limit, bool newest = false) const;
     uint64_t fileBytes() const;
 
 private:

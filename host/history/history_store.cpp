@@ -34,7 +34,7 @@ int64_t renumber(PendingQueue<T>* queue, int64_t lastOnFile)
 // The file's answer and what memory holds, oldest first, each once: an
 // entry being written may be in both.
 template <typename T>
-std::vector<T> mergeEntries(std::vector<T> stored, const std::vector<T>& pending, size_t limit)
+std::vector<T> mergeEntries(std::vector<T> stored, const std::vector<T>& pending, size_t limit, bool newest)
 {
     stored.insert(stored.end(), pending.begin(), pending.end());
     std::sort(stored.begin(), stored.end(),
@@ -42,7 +42,8 @@ std::vector<T> mergeEntries(std::vector<T> stored, const std::vector<T>& pending
     stored.erase(std::unique(stored.begin(), stored.end(), [](const T& a, const T& b) { return a.id == b.id; }),
                  stored.end());
     if (stored.size() > limit)
-        stored.resize(limit);
+        stored.erase(newest ? stored.begin() : stored.begin() + static_cast<std::ptrdiff_t>(limit),
+                     newest ? stored.end() - static_cast<std::ptrdiff_t>(limit) : stored.end());
     return stored;
 }
 
@@ -232,7 +233,7 @@ std::vector<TrendBucket> HistoryStore::trend(const std::string& series, int64_t 
     return buckets.result();
 }
 
-std::vector<JournalEntry> HistoryStore::journal(int64_t sinceMs, size_t limit) const
+std::vector<JournalEntry> HistoryStore::journal(int64_t sinceMs, size_t limit, bool newest) const
 {
     std::vector<JournalEntry> pending;
     std::shared_ptr<HistoryDb> db;
@@ -241,10 +242,10 @@ std::vector<JournalEntry> HistoryStore::journal(int64_t sinceMs, size_t limit) c
         pending = pendingSince(impl_->journal_, sinceMs);
         db = impl_->db_;
     }
-    return mergeEntries(db ? db->journal(sinceMs, limit) : std::vector<JournalEntry>(), pending, limit);
+    return mergeEntries(db ? db->journal(sinceMs, limit, newest) : std::vector<JournalEntry>(), pending, limit, newest);
 }
 
-std::vector<AlarmEvent> HistoryStore::alarmEvents(int64_t sinceMs, size_t limit) const
+std::vector<AlarmEvent> HistoryStore::alarmEvents(int64_t sinceMs, size_t limit, bool newest) const
 {
     std::vector<AlarmEvent> pending;
     std::shared_ptr<HistoryDb> db;
@@ -253,7 +254,8 @@ std::vector<AlarmEvent> HistoryStore::alarmEvents(int64_t sinceMs, size_t limit)
         pending = pendingSince(impl_->alarms_, sinceMs);
         db = impl_->db_;
     }
-    return mergeEntries(db ? db->alarmEvents(sinceMs, limit) : std::vector<AlarmEvent>(), pending, limit);
+    return mergeEntries(db ? db->alarmEvents(sinceMs, limit, newest) : std::vector<AlarmEvent>(), pending, limit,
+                        newest);
 }
 
 HistoryHealth HistoryStore::health() const

@@ -84,9 +84,10 @@ public:
     // buckets are finer than the sampling) is left out rather than shown as
     // a gap: the chart joins its neighbours, or sees the hole in the times.
     std::vector<TrendBucket> trend(const std::string& series, int64_t fromMs, int64_t toMs, int points) const;
-    // Entries at or after sinceMs, oldest first, at most `limit`.
-    std::vector<JournalEntry> journal(int64_t sinceMs, size_t limit) const;
-    std::vector<AlarmEvent> alarmEvents(int64_t sinceMs, size_t limit) const;
+    // Entries at or after sinceMs, oldest first, at most `limit`: the first
+    // of them, or with newest the last.
+    std::vector<JournalEntry> journal(int64_t sinceMs, size_t limit, bool newest = false) const;
+    std::vector<AlarmEvent> alarmEvents(int64_t sinceMs, size_t limit, bool newest = false) const;
 
     HistoryHealth health() const;
     void flush();                                      // returns once everything queued was written or failed

@@ -263,8 +263,10 @@ std::string PlantModel::seriesOf(size_t var) const
     return variableKey(index_.vars.at(var).var, StationContext{settings_.multiStation, settings_.defaultStation});
 }
 
-// The history leaves out spans in which nothing was recorded; a chart must
-// see them as holes, not join across them.
+// The history leaves out spans in which nothing was recorded. A hole longer
+// than a value may go unread (the host was not running, or not scanning)
+// is a gap for the chart; a shorter one is only buckets finer than the
+// sampling, and the line goes on across it.
 std::vector<TrendSpan> PlantModel::trendRange(int trend, int64_t fromMs, int64_t toMs, int points) const
 {
     std::vector<TrendSpan> spans;
@@ -272,7 +274,7 @@ std::vector<TrendSpan> PlantModel::trendRange(int trend, int64_t fromMs, int64_t
         return spans;
     const PanelItem& item = trendItem(trend);
     for (const TrendBucket& bucket : history_->trend(seriesOf(index_.trendVars.at(trend)), fromMs, toMs, points)) {
-        if (!spans.empty() && bucket.fromMs > spans.back().toMs)
+        if (!spans.empty() && bucket.fromMs - spans.back().toMs > session_->staleAfter().count())
             spans.push_back(TrendSpan{spans.back().toMs, bucket.fromMs, true, 0, 0});
         const double a = shownValue(item, static_cast<double>(bucket.min));
         const double b = shownValue(item, static_cast<double>(bucket.max));

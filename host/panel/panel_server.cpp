@@ -293,18 +293,20 @@ void getTrendCsv(Context& c, const Request& req, Response& res)
 
 void getAlarms(Context& c, const Request&, Response& res)
 {
-    std::vector<AlarmEvent> history = c.history.alarmEvents(0, std::numeric_limits<size_t>::max());
-    if (history.size() > kAlarmHistory)
-        history.erase(history.begin(), history.end() - kAlarmHistory);
-    answer(res, 200, alarmsJson(c.alarms.statuses(), c.alarms.counts(), history));
+    answer(res, 200, alarmsJson(c.alarms.statuses(), c.alarms.counts(), c.history.alarmEvents(0, kAlarmHistory, true)));
 }
 
+// From "since" on, the first entries, or with "last=N" the N newest.
 void getJournal(Context& c, const Request& req, Response& res)
 {
     int64_t since = 0;
     if (!timeParam(req, res, "since", 0, &since))
         return;
-    answer(res, 200, journalJson(c.history.journal(since, kJournalPage)));
+    const bool newest = req.has_param("last");
+    const long long last = newest ? std::atoll(req.get_param_value("last").c_str()) : 0;
+    if (newest && (last < 1 || last > static_cast<long long>(kJournalPage)))
+        return refuse(res, 400, "\"last\" must be a whole number from 1 to " + std::to_string(kJournalPage));
+    answer(res, 200, journalJson(c.history.journal(since, newest ? static_cast<size_t>(last) : kJournalPage, newest)));
 }
 
 void getEvents(Context& c, const Request& req, Response& res)

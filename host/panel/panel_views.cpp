@@ -92,6 +92,7 @@ Json alarmJson(const AlarmStatus& alarm)
             {"acknowledgedBy", alarm.acknowledgedBy},
             {"acknowledgedAt", timeOrNull(alarm.acknowledgedAtMs)},
             {"value", alarm.value},
+            {"unit", alarm.unit},
             {"why", alarm.why}};
 }
 
@@ -176,7 +177,8 @@ Json statusJson(const PlantModel& model, bool readOnly, const ServerFigures& ser
             {"alarms",
              {{"active", server.alarms.active},
               {"unacknowledged", server.alarms.unacknowledged},
-              {"unknown", server.alarms.unknown}}},
+              {"unknown", server.alarms.unknown},
+              {"worstClass", server.alarms.worstClass}}},
             {"history", historyJson(server)}};
 }
 
@@ -248,10 +250,14 @@ Json alarmsJson(const std::vector<AlarmStatus>& alarms, const AlarmCounts& count
     }
     Json events = Json::array();
     for (const AlarmEvent& event : history)
-        events.push_back({{"id", event.alarmId},     {"text", event.text}, {"class", event.alarmClass},
+        events.push_back({{"eventId", event.id},     {"id", event.alarmId}, {"text", event.text}, {"class", event.alarmClass},
                           {"state", event.event},    {"at", isoTime(event.atMs)}, {"since", isoTime(event.atMs)},
                           {"acknowledged", event.event == "acknowledged"}, {"by", event.by}});
-    return {{"counts", {{"active", counts.active}, {"unacknowledged", counts.unacknowledged}, {"unknown", counts.unknown}}},
+    return {{"counts",
+             {{"active", counts.active},
+              {"unacknowledged", counts.unacknowledged},
+              {"unknown", counts.unknown},
+              {"worstClass", counts.worstClass}}},
             {"active", active},
             {"alarms", all},
             {"history", events}};
