@@ -22,7 +22,9 @@ import tempfile
 import threading
 import time
 import unittest
+import urllib.parse
 import urllib.request
+from datetime import datetime
 
 DEADLINE = 20  # seconds for any one condition
 SKIPPED = 77
@@ -36,6 +38,17 @@ VW20_REGISTER = 10
 M1_COIL = 8256
 
 ARGS = None
+
+
+def bar_alarms(counts):
+    """The bar's alarm counts as the page words them."""
+    parts = ["%d %s" % (counts[key], key) for key in ("active", "unacknowledged", "unknown") if counts[key]]
+    return "Alarms: " + " · ".join(parts) if parts else "No alarms"
+
+
+def history_folder():
+    """Each panel its own history: two on one folder would share nothing."""
+    return tempfile.mkdtemp(prefix="panel-history-")
 
 
 def wait_until(condition, what, deadline=DEADLINE):
@@ -126,8 +139,9 @@ class PanelInBrowser(unittest.TestCase):
     def setUpClass(cls):
         cls.sim = Program([ARGS.logohost, "sim", "--listen", "127.0.0.1:0", "--animate", "--log-requests"])
         cls.sim_port = int(cls.sim.first(r"listening on 127\.0\.0\.1:(\d+)").group(1))
+        cls.data = history_folder()
         cls.panel = Program([ARGS.logohost, "--driver", ARGS.driver, "--plc", "127.0.0.1:%d" % cls.sim_port,
-                             "panel", "--listen", "127.0.0.1:0"])
+                             "panel", "--listen", "127.0.0.1:0", "--data", cls.data])
         cls.base = cls.panel.first(r"open (http://127\.0\.0\.1:\d+/)").group(1)
         cls.bases = [cls.base]  # every panel this test started
         options = webdriver.ChromeOptions()
@@ -149,6 +163,7 @@ class PanelInBrowser(unittest.TestCase):
         shutil.rmtree(cls.profile, ignore_errors=True)
         panel_status = cls.panel.stop()
         cls.sim.stop()
+        shutil.rmtree(cls.data, ignore_errors=True)
         assert panel_status == 0, "the panel ended with status %d on Ctrl-C" % panel_status
 
     # ---- helpers -------------------------------------------------------------
@@ -172,6 +187,25 @@ class PanelInBrowser(unittest.TestCase):
     def api(self, path):
         with urllib.request.urlopen(self.base + path.lstrip("/"), timeout=10) as response:
             return json.load(response)
+
+    def shown(self, selector, attribute=None):
+        """An element's text or attribute read at once, None when there is no
+        such element: the status page draws itself anew every second."""
+        return self.browser.execute_script(
+            "const e = document.querySelector(arguments[0]);"
+            "return e ? (arguments[1] ? e.getAttribute(arguments[1]) : e.textContent) : null;", selector, attribute)
+
+    def narrow_screenshot(self, name, height=900):
+        """The page as a phone shows it, 390 px wide: nothing wider than the
+        window, and a picture in --out to look at."""
+        self.browser.set_window_size(390, height)
+        try:
+            overflow = self.browser.execute_script(
+                "return document.documentElement.scrollWidth - document.documentElement.clientWidth")
+            self.assertLessEqual(overflow, 0, "the page scrolls sideways in a narrow window")
+            self.browser.save_screenshot(os.path.join(ARGS.out, name))
+        finally:
+            self.browser.set_window_size(1280, 960)
 
     def collect_requests(self):
         """The addresses the browser asked for since the last call."""
@@ -246,10 +280,6 @@ class PanelInBrowser(unittest.TestCase):
         wait_until(lambda: re.match(r"^\d", self.reading("AI1")), "a value for AI1")
         print("\npage load with a warm browser: first value shown %.0f ms after the request"
               % ((time.monotonic() - started) * 1000), file=sys.stderr)
-        self.browser.set_window_size(420, 900)
-        overflow = self.browser.execute_script(
-            "return document.documentElement.scrollWidth - document.documentElement.clientWidth")
-        self.assertLessEqual(overflow, 0, "the page scrolls sideways in a narrow window")
         self.browser.set_window_size(1280, 960)
 
         # The overview's own controls: the pump on, its speed set.
@@ -279,6 +309,23 @@ class PanelInBrowser(unittest.TestCase):
             shutil.copyfile(path, target)
         print("screenshot: %s" % (target or path), file=sys.stderr)
 
+        # The last hour from the history: the chart draws every span with a
+        # value that the panel gives for its range, and its CSV is that range.
+        card = self.browser.find_element(By.CSS_SELECTOR, '[data-var="AI1"]')
+        card.find_element(By.XPATH, ".//button[text()='1 h']").click()
+
+        def drawn_as_given():
+            spans = self.shown('[data-var="AI1"] .chart', "data-spans")
+            query = urllib.parse.urlparse(self.shown('[data-var="AI1"] .chart-tools a', "href") or "").query
+            if not spans or "from=" not in query:
+                return None
+            given = self.api("/api/trend?" + query)["spans"]
+            return int(spans) > 0 and int(spans) == len([s for s in given if s[1] is not None]) and query
+        query = urllib.parse.parse_qs(wait_until(drawn_as_given, "the last hour's spans drawn as the panel gives them"))
+        hour = datetime.fromisoformat(query["to"][0]) - datetime.fromisoformat(query["from"][0])
+        self.assertEqual(hour.total_seconds(), 3600)
+        self.narrow_screenshot("panel-narrow.png")
+
     def test_6_controller_lost_and_back(self):
         """A controller that stops answering: the link says since when and why,
         and values turn stale at once; then it comes back."""
@@ -298,11 +345,52 @@ class PanelInBrowser(unittest.TestCase):
         wait_until(lambda: self.link_text().startswith("link ok"), "the link ok again")
         wait_until(lambda: card.get_attribute("data-state") == "ok", "AI1 good again")
 
-    def test_7_past_the_viewer_limit(self):
+    def test_7_alarm_acknowledged_and_status(self):
+        """An alarm the simulator's ramp raises: counted in the bar, listed on
+        the alarms page and acknowledged there, with the controller silent so
+        that no new rise takes the acknowledgement away; then in the journal.
+        Back, the status page shows the link and where the history is."""
+        self.browser.get(self.base + "screen/overview")
+        pill = self.browser.find_element(By.ID, "alarm-pill")
+        wait_until(pill.is_displayed, "the alarm counts in the bar, once the first status came")
+        pill.click()
+        row = '.alarm-list [data-alarm="level-high"]'
+        wait_until(lambda: self.shown('tr[data-alarm="level-high"][data-state="raised"]'), "level-high raised")
+        self.assertEqual(self.shown(row, "data-acknowledged"), "false")
+        self.sim.tell("pause")
+        try:
+            wait_until(lambda: self.shown(row, "data-state") == "unknown", "level-high unknown while nothing answers")
+            # The counts stand still now: the bar must show the panel's own.
+            counts = lambda: self.api("/api/status")["alarms"]
+            wait_until(lambda: self.shown("#alarm-pill") == bar_alarms(counts()), "the bar showing the panel's counts")
+            before = counts()["unacknowledged"]
+            self.browser.find_element(By.CSS_SELECTOR, row + " button").click()
+            self.toast("alarm level-high acknowledged")
+            wait_until(lambda: re.match(r"^acknowledged by 127\.0\.0\.1 at \d\d:\d\d:\d\d$", self.shown(row + " .alarm-ack")),
+                       "who acknowledged level-high, and when")
+            self.assertFalse(self.browser.find_element(By.CSS_SELECTOR, row + " button").is_displayed())
+            self.assertEqual(counts()["unacknowledged"], before - 1)
+            wait_until(lambda: self.shown("#alarm-pill") == bar_alarms(counts()), "the bar with one fewer to acknowledge")
+            self.assertIn("127.0.0.1", self.shown('tr[data-alarm="level-high"][data-state="acknowledged"]'))
+            self.narrow_screenshot("alarms-narrow.png")
+            self.browser.find_element(By.LINK_TEXT, "Journal").click()
+            cells = lambda: self.browser.execute_script(
+                "return [...document.querySelectorAll('tr[data-kind=\"ack\"] td')].map((td) => td.textContent)")
+            wait_until(lambda: cells()[2:] == ["127.0.0.1", "level-high", "", "alarm level-high acknowledged"],
+                       "the journal listing the acknowledgement")
+        finally:
+            self.sim.tell("resume")
+        self.browser.get(self.base + "status")
+        wait_until(lambda: self.shown("[data-controller]", "data-link") == "ok", "the controller's link ok")
+        self.assertEqual(self.shown(".history .figure.wide .reading"), self.data)
+        self.narrow_screenshot("status-narrow.png", 2400)
+
+    def test_8_past_the_viewer_limit(self):
         """A panel that serves one screen at a time: a second browser is told
         so in words and gets its screen by itself once the first leaves."""
+        data = history_folder()
         panel = Program([ARGS.logohost, "--driver", ARGS.driver, "--plc", "127.0.0.1:%d" % self.sim_port,
-                         "panel", "--listen", "127.0.0.1:0", "--max-viewers", "1"])
+                         "panel", "--listen", "127.0.0.1:0", "--max-viewers", "1", "--data", data])
         try:
             base = panel.first(r"open (http://127\.0\.0\.1:\d+/)").group(1)
             self.bases.append(base)
@@ -323,8 +411,9 @@ class PanelInBrowser(unittest.TestCase):
             self.browser.get(self.base + "screen/overview")  # nothing left polling the panel that stops
         finally:
             self.assertEqual(panel.stop(), 0)
+            shutil.rmtree(data, ignore_errors=True)
 
-    def test_8_nothing_from_other_sites(self):
+    def test_9_nothing_from_other_sites(self):
         self.collect_requests()
         self.assertTrue(self.requested, "no requests logged")
         # The browser's own pages (chrome://, about:) are no network traffic.

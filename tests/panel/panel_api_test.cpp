@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 #include <signal.h>
 
+#include <filesystem>
 #include <memory>
 #include <regex>
 
@@ -23,6 +24,12 @@ constexpr int kVW20Register = 10;
 constexpr int kQ1Coil = 8192;
 constexpr int kAttempts = 400;  // bounded waits: 400 x 25 ms
 
+int64_t wallMs()
+{
+    return std::chrono::duration_cast<std::chrono::milliseconds>(std::chrono::system_clock::now().time_since_epoch())
+        .count();
+}
+
 struct Row {
     const char* name;
     const char* method;
@@ -36,8 +43,14 @@ struct Row {
 class PanelApi : public ::testing::Test {
 protected:
     // The panel with its own simulator; screens "" are the built-in ones.
+    // Every panel of a test keeps its history in the test's own folder.
     void start(std::vector<std::string> extra, const std::string& screens = kApiScreens)
     {
+        if (data_.empty()) {
+            std::string folder = (std::filesystem::temp_directory_path() / "panel-api-XXXXXX").string();
+            ASSERT_NE(mkdtemp(folder.data()), nullptr);
+            data_ = folder;
+        }
         logosim::SimOptions options;
         options.requestLog = [this](const std::string& line) {
             const std::lock_guard<std::mutex> lock(logMutex_);
@@ -47,7 +60,7 @@ protected:
         std::string error;
         ASSERT_TRUE(sim_->start(&error)) << error;
         std::vector<std::string> args{"panel", "--plc", "127.0.0.1:" + std::to_string(sim_->port()), "--driver",
-                                      kDriver, "--listen", "127.0.0.1:0", "--timeout", "0.5"};
+                                      kDriver, "--listen", "127.0.0.1:0", "--timeout", "0.5", "--data", data_};
         if (!screens.empty())
             args.insert(args.end(), {"--screens", screens});
         args.insert(args.end(), extra.begin(), extra.end());
@@ -60,12 +73,21 @@ protected:
         client_ = std::make_unique<httplib::Client>("127.0.0.1", port_);
     }
 
+    // Ctrl-C; true when the panel ended cleanly.
+    bool stop()
+    {
+        kill(pid_, SIGINT);
+        const int status = pclose(out_);
+        out_ = nullptr;
+        return status == 0;
+    }
+
     void TearDown() override
     {
-        if (!out_)
-            return;
-        kill(pid_, SIGINT);
-        EXPECT_EQ(pclose(out_), 0) << "the panel did not end cleanly on Ctrl-C";
+        if (out_)
+            EXPECT_TRUE(stop()) << "the panel did not end cleanly on Ctrl-C";
+        if (!data_.empty())
+            std::filesystem::remove_all(data_);
     }
 
     httplib::Result send(const char* method, const std::string& path, const std::string& body = "",
@@ -88,6 +110,26 @@ protected:
         EXPECT_EQ(text.substr(0, message.size()), message) << text;
     }
 
+    Json get(const std::string& path)
+    {
+        const httplib::Result res = send("GET", path);
+        return res && res->status == 200 ? Json::parse(res->body) : Json();
+    }
+
+    // A GET's answer once `done` holds for it, within the bounded wait.
+    template <typename Done>
+    Json waitFor(const std::string& path, Done done)
+    {
+        Json body;
+        for (int attempt = 0; attempt < kAttempts; ++attempt) {
+            if (done(body = get(path)))
+                return body;
+            std::this_thread::sleep_for(std::chrono::milliseconds(25));
+        }
+        ADD_FAILURE() << path << " never answered as awaited; last: " << body.dump();
+        return body;
+    }
+
     bool logged(const std::string& line)
     {
         const std::lock_guard<std::mutex> lock(logMutex_);
@@ -102,6 +144,7 @@ protected:
     std::vector<std::string> log_;
     std::unique_ptr<logosim::Simulator> sim_;
     std::unique_ptr<httplib::Client> client_;
+    std::string data_;  // the history folder
     FILE* out_ = nullptr;
     pid_t pid_ = 0;
     int port_ = 0;
@@ -160,6 +203,9 @@ TEST_F(PanelApi, RefusalsAnswer4xxAndNothingReachesTheController)
          "expected {\"station\": N, \"on\": true or false}"},
         {"station from another site", "POST", "/api/station", R"({"station": 1, "on": false})", evil, 403,
          "refused: the request came from"},
+        {"ack malformed", "POST", "/api/alarms/ack", R"({"id": 5})", {}, 400, "expected {\"id\": \"ALARM-ID\"}"},
+        {"ack from another site", "POST", "/api/alarms/ack", R"({"id": "nope"})", evil, 403, "refused: the request came from"},
+        {"ack of no such alarm", "POST", "/api/alarms/ack", R"({"id": "nope"})", {}, 404, "there is no alarm \"nope\""},
         {"unknown screen", "GET", "/api/values?screen=nope", "", {}, 404, "no screen named \"nope\""},
         {"no trend", "GET", "/api/trend.csv?var=VW0", "", {}, 404, "no trended item has var \"VW0\""},
     };
@@ -222,6 +268,7 @@ TEST_F(PanelApi, TokenGuardsChanges)
     expectAnswer(send("POST", "/api/write", write), 401, needed);
     expectAnswer(send("POST", "/api/write", write, {{"Authorization", "Bearer wrong-token"}}), 401, needed);
     expectAnswer(send("POST", "/api/read", R"({"vars": ["VW20"]})"), 401, needed);
+    expectAnswer(send("POST", "/api/alarms/ack", R"({"id": "nope"})"), 401, needed);
     EXPECT_EQ(sim_->stats().writeRequests, 0u);
     EXPECT_EQ(Json::parse(send("GET", "/api/screens")->body)["canWrite"], false);
 
@@ -242,6 +289,8 @@ TEST_F(PanelApi, ReadOnlyPanelHasNoWritePath)
     expectAnswer(send("POST", "/api/write", R"({"var": "VW20", "value": 1})"), 403,
                  "this panel is read-only (started with --read-only)");
     expectAnswer(send("POST", "/api/station", R"({"station": 1, "on": false})"), 403,
+                 "this panel is read-only (started with --read-only)");
+    expectAnswer(send("POST", "/api/alarms/ack", R"({"id": "nope"})"), 403,
                  "this panel is read-only (started with --read-only)");
     const Json screens = Json::parse(send("GET", "/api/screens")->body);
     EXPECT_EQ(screens["readOnly"], true);
@@ -268,6 +317,66 @@ TEST_F(PanelApi, TrendDownloadsAsCsv)
     ASSERT_GE(lines.size(), 3u) << "the trend gathered no points";
     EXPECT_EQ(lines[0], "time,\"Tank level (%)\"");
     EXPECT_TRUE(std::regex_match(lines[1], std::regex(R"(\d{4}-\d\d-\d\dT\d\d:\d\d:\d\d\.\d{3},\d+\.\d)"))) << lines[1];
+}
+
+// What the operator did and the plant did outlive the panel: the next one on
+// the same history folder finds the journal, the alarm events and the
+// acknowledgement, and the trend; a range comes in at most the spans asked for.
+TEST_F(PanelApi, HistorySurvivesARestart)
+{
+    start({}, "");  // the built-in screens: AI1 trended, and AI2 at 0 raises "pressure-low"
+    sim_->setWord(1, Table::InputRegister, 0, 420);  // AI1, 42.0 %
+    const std::string since = std::to_string(wallMs());
+    waitFor("/api/alarms", [](const Json& a) { return a.is_object() && a["counts"]["active"] == 1; });
+    const std::string ack = "/api/alarms/ack", write = "/api/write";
+    const Row actions[] = {
+        {"never raised", "POST", ack, R"({"id": "level-high"})", {}, 409, "alarm level-high has nothing to acknowledge"},
+        {"raised", "POST", ack, R"({"id": "pressure-low"})", {}, 200, "alarm pressure-low acknowledged"},
+        {"acknowledged before", "POST", ack, R"({"id": "pressure-low"})", {}, 409, "alarm pressure-low has nothing"},
+        {"write", "POST", write, R"({"var": "VW20", "value": 12.5})", {}, 200, "VW20 = 12.5 written"},
+        {"refused write", "POST", write, R"({"var": "VW20", "value": 100.1})", {}, 400, "value 100.1 for VW20"},
+    };
+    for (const Row& row : actions) {
+        SCOPED_TRACE(row.name);
+        expectAnswer(send(row.method, row.path, row.body), row.status, row.message);
+    }
+    const std::string journal = "/api/journal?since=" + since;
+    const Json entries = get(journal)["entries"];
+    Json done = Json::array();
+    for (const Json& entry : entries)
+        done.push_back({entry["kind"], entry["who"], entry["subject"], entry["value"], entry["ok"]});
+    EXPECT_EQ(done, Json::parse(R"([["ack", "127.0.0.1", "level-high", "", false],
+        ["ack", "127.0.0.1", "pressure-low", "", true], ["ack", "127.0.0.1", "pressure-low", "", false],
+        ["write", "127.0.0.1", "VW20", "12.5", true], ["write", "127.0.0.1", "VW20", "100.1", false]])"));
+    const std::string trend = "/api/trend?var=AI1&from=" + since + "&points=";
+    const auto before = [](int64_t ms) {
+        return [ms](const Json& t) {
+            return t.is_object() && std::any_of(t["spans"].begin(), t["spans"].end(), [ms](const Json& s) {
+                return s[0].get<int64_t>() < ms && s[1] == 42.0 && s[2] == 42.0;
+            });
+        };
+    };
+    waitFor(trend + "1000", before(wallMs()));
+    const Json alarms = get("/api/alarms");
+    EXPECT_EQ(alarms.at("active").at(0)["acknowledgedBy"], "127.0.0.1");
+    ASSERT_TRUE(stop()) << "the panel did not end cleanly on Ctrl-C";
+    const int64_t stopped = wallMs();
+
+    start({}, "");  // a new controller: AI1 reads 0 from now on
+    EXPECT_TRUE(before(stopped)(get(trend + "1000"))) << "no span of 42.0 from before the restart";
+    const auto startsWith = [](const Json& all, const Json& first) {
+        return all.size() >= first.size() && Json(all.begin(), all.begin() + first.size()) == first;
+    };
+    EXPECT_TRUE(startsWith(get(journal)["entries"], entries)) << "the journal from before is gone";
+    const Json after = waitFor("/api/alarms", [](const Json& a) { return a.is_object() && a["counts"]["unknown"] == 0; });
+    EXPECT_TRUE(startsWith(after["history"], alarms["history"])) << "the alarm events from before are gone";
+    EXPECT_EQ(after["counts"]["unacknowledged"], 0) << "the acknowledgement did not survive";
+    for (const char* key : {"id", "raisedAt", "acknowledgedBy", "acknowledgedAt"})
+        EXPECT_EQ(after.at("active").at(0)[key], alarms["active"][0][key]) << key;
+    for (const size_t points : {1, 2, 7, 100}) {
+        const size_t spans = get(trend + std::to_string(points))["spans"].size();
+        EXPECT_TRUE(spans >= 1 && spans <= points) << spans << " spans for at most " << points;
+    }
 }
 
 }  // namespace
