@@ -25,7 +25,6 @@ const JOURNAL_PAGE = 500;  // the most entries the panel gives in one answer
 // entry stamped just before it may have been stored just after.
 const JOURNAL_OVERLAP_MS = 5000;
 const JOURNAL_KEEP = 1000;
-const CLASS_RANK = { info: 1, warning: 2, fault: 3 };
 const PLOT = { left: 52, right: 10, top: 8, bottom: 22 };
 const TICK_STEPS = [5e3, 10e3, 15e3, 30e3, 60e3, 120e3, 300e3, 600e3, 900e3, 1800e3, 3600e3, 7200e3,
   10800e3, 21600e3, 43200e3, 86400e3, 172800e3];
@@ -142,23 +141,14 @@ function countsText(counts) {
   return parts.length ? parts.join(" · ") : "";
 }
 
-function sameCounts(a, b) {
-  return a.active === b.active && a.unacknowledged === b.unacknowledged && a.unknown === b.unknown;
-}
 
 // The alarm counts in the bar are the panel's own from its last status:
-// none before the first, "not known" while it does not answer. The status
-// has counts only, so the colour (the worst class listed) comes from an
-// alarm list whose counts are the same; until one is, it is plain alarming.
+// none before the first, "not known" while it does not answer; the colour
+// is the worst class listed.
 const alarmPill = {
-  counts: null,
-  learnt: null,  // {counts, worst} from the last alarm list
-  asking: false,
-
   show(counts) {
     const pill = document.getElementById("alarm-pill");
     const text = pill.querySelector(".alarm-text");
-    this.counts = counts;
     if (!counts) {
       if (pill.hidden) return;
       pill.dataset.level = "stale";
@@ -168,24 +158,7 @@ const alarmPill = {
     pill.hidden = false;
     const listed = countsText(counts);
     text.textContent = listed ? "Alarms: " + listed : "No alarms";
-    if (!listed) { pill.dataset.level = "none"; return; }
-    const known = this.learnt && sameCounts(this.learnt.counts, counts);
-    pill.dataset.level = known ? this.learnt.worst : "alarm";
-    if (!known) this.ask();
-  },
-
-  async ask() {
-    if (this.asking) return;
-    this.asking = true;
-    try { this.learn(await api("/api/alarms")); } catch (error) { /* the status says what the panel can */ }
-    this.asking = false;
-  },
-
-  learn(answer) {
-    const worst = answer.active.reduce((w, a) => (CLASS_RANK[a.class] > (CLASS_RANK[w] || 0) ? a.class : w), "alarm");
-    this.learnt = { counts: answer.counts, worst };
-    if (this.counts && countsText(this.counts) && sameCounts(this.counts, answer.counts))
-      document.getElementById("alarm-pill").dataset.level = worst;
+    pill.dataset.level = listed ? counts.worstClass || "alarm" : "none";
   },
 };
 
@@ -709,8 +682,6 @@ class AlarmRow {
 function showAlarms(config, main) {
   fillBar(config, "/alarms");
   document.title = "Alarms · " + config.title;
-  const units = new Map();
-  for (const screen of config.screens) for (const item of screen.items) if (item.unit) units.set(item.var.toUpperCase(), item.unit);
   const canAcknowledge = config.canWrite && !config.readOnly;
   const rows = new Map();
   const list = el("ul", { class: "alarm-list" });
@@ -737,11 +708,11 @@ function showAlarms(config, main) {
     }
     list.classList.remove("stale");
     showWaiting(main, null);
-    alarmPill.learn(answer);
+    alarmPill.show(answer.counts);
     counts.textContent = countsText(answer.counts) || "none active, none unacknowledged";
     const wanted = answer.active.map((alarm) => {
       let row = rows.get(alarm.id);
-      if (!row) rows.set(alarm.id, row = new AlarmRow(alarm, units.get(alarm.var.toUpperCase()), canAcknowledge ? acknowledge : null));
+      if (!row) rows.set(alarm.id, row = new AlarmRow(alarm, alarm.unit, canAcknowledge ? acknowledge : null));
       row.update(alarm);
       return row;
     });
