@@ -2,6 +2,7 @@
 
 #include "common/endpoint.h"
 #include "common/numbers.h"
+#include "host/proxy/client_access.h"
 
 #include <cctype>
 #include <fstream>
@@ -92,6 +93,68 @@ bool isTokenText(const std::string& text)
     return true;
 }
 
+// ---- the Modbus proxy's options ----
+
+constexpr int kMaxPort = 65535;
+constexpr int kMostModbusClients = 256;  // each holds a thread
+constexpr double kMostMaxAgeSeconds = 3600;
+
+// PORT alone listens on loopback; HOST alone on the Modbus port.
+bool parseModbusListen(const std::string& text, Options* options, std::string* why)
+{
+    common::Endpoint endpoint{options->modbusHost, 0};
+    const bool portOnly = !text.empty() && text.find_first_not_of("0123456789") == std::string::npos;
+    if (portOnly && !parseInt(text, 0, kMaxPort, &endpoint.port)) {
+        *why = "the port must be a number from 0 to 65535";
+        return false;
+    }
+    Network address;
+    if (!portOnly && (!common::parseEndpoint(text, kModbusPort, 0, &endpoint, why) ||
+                      !parseListenAddress(endpoint.host, &address, why)))
+        return false;
+    options->modbusListen = true;
+    options->modbusHost = endpoint.host;
+    options->modbusPort = endpoint.port;
+    return true;
+}
+
+bool parseModbusAllow(const std::string& text, Options* options, std::string* why)
+{
+    Network network;
+    if (!parseNetwork(text, &network, why))
+        return false;
+    options->modbusAllow.push_back(text);
+    return true;
+}
+
+bool checkModbusOptions(const Options& options, std::string* error)
+{
+    const Options defaults;
+    const bool tuned = !options.modbusAllow.empty() || options.modbusMaxAgeSeconds != defaults.modbusMaxAgeSeconds ||
+                       options.modbusMaxClients != defaults.modbusMaxClients;
+    if ((tuned || options.modbusListen) && options.command != "panel") {
+        *error = "--modbus-listen, --modbus-allow, --modbus-max-age and --modbus-max-clients are options of the "
+                 "panel command";
+        return false;
+    }
+    if (tuned && !options.modbusListen) {
+        *error = "--modbus-allow, --modbus-max-age and --modbus-max-clients need --modbus-listen";
+        return false;
+    }
+    Network address;
+    std::string why;
+    if (options.modbusListen && options.modbusAllow.empty() && parseListenAddress(options.modbusHost, &address, &why) &&
+        !isLoopback(address)) {
+        *error = "--modbus-listen " + options.modbusHost +
+                 " is off loopback: name the networks its clients may come from with --modbus-allow CIDR "
+                 "(a Modbus write carries no credentials)";
+        return false;
+    }
+    return true;
+}
+
+// ---- the option table ----
+
 struct OptionRule {
     const char* name;
     const char* expected;  // empty for a flag
@@ -159,6 +222,16 @@ const std::vector<OptionRule>& optionRules()
          [](Options* o, S v, W) { return o->keepGiven = parseKeep(v, &o->keepHours); }},
         {"--scan-period", "seconds from 0 to 60",
          [](Options* o, S v, W) { return o->scanPeriodGiven = parseSeconds(v, 0, 60, &o->scanPeriodSeconds); }},
+        // the Modbus proxy
+        {"--modbus-listen", "PORT (on 127.0.0.1) or HOST:PORT (a numeric address; port 0-65535, 0: any free port)",
+         [](Options* o, S v, W why) { return parseModbusListen(v, o, why); }},
+        {"--modbus-allow", "a network as ADDRESS/PREFIX, e.g. 192.168.0.0/24 or fd00::/8, or one ADDRESS",
+         [](Options* o, S v, W why) { return parseModbusAllow(v, o, why); }},
+        {"--modbus-max-age", "seconds from 0 to 3600",
+         [](Options* o, S v, W) { return parseSeconds(v, 0, kMostMaxAgeSeconds, &o->modbusMaxAgeSeconds); }},
+        {"--modbus-max-clients", "a number of clients from 1 to 256",
+         [](Options* o, S v, W) { return parseInt(v, 1, kMostModbusClients, &o->modbusMaxClients); }},
+
         {"--help", "", [](Options* o, S, W) { return o->help = true; }},
         {"-h", "", [](Options* o, S, W) { return o->help = true; }},
     };
@@ -259,6 +332,8 @@ bool checkArguments(const Options& options, std::string* error)
         *error = "no command given: expected watch, read, write, panel or sim (see logohost --help)";
         return false;
     }
+    if (!checkModbusOptions(options, error))
+        return false;
     const bool panelOptions = !options.screensPath.empty() || !options.listenHost.empty() || !options.token.empty() ||
                               options.readOnly || options.maxViewers != Options().maxViewers ||
                               !options.dataDirectory.empty() || options.keepGiven;
@@ -356,6 +431,23 @@ const char* const kUsagePanel = R"(Panel options:
   the last 10 s), plus the trended variables, always.
 )";
 
+const char* const kUsageModbus = R"(Panel options, the Modbus proxy (see README.md, "Sharing the connection"):
+  --modbus-listen PORT|HOST:PORT
+                        serve Modbus TCP clients through the host's connection
+                        (a bare port listens on 127.0.0.1; HOST alone: port 502)
+  --modbus-allow CIDR   accept clients from this network only (repeatable);
+                        needed to listen off loopback
+  --modbus-max-age SECONDS
+                        answer a read from the scan's image when the scan read
+                        it within this age (default: the scan period; 0: every
+                        read goes to the controller)
+  --modbus-max-clients N
+                        clients at once (default 32); past it a client's first
+                        request gets exception 0A and it is closed
+  Writes are answered once the controller took them; --read-only refuses them
+  with exception 01. A controller that does not answer gives exception 0B.
+)";
+
 const char* const kUsageExamples = R"(Examples:
   logohost watch VW0:4 AI1:2 Q1:4
   logohost --plc 192.168.0.3 read AM1:4 V10.3 --format csv
@@ -409,7 +501,8 @@ std::string usageText()
 {
     // One text per section of --help.
     std::string text;
-    for (const char* section : {kUsageIntro, kUsageCommands, kUsageVariables, kUsageOptions, kUsagePanel, kUsageExamples})
+    for (const char* section :
+         {kUsageIntro, kUsageCommands, kUsageVariables, kUsageOptions, kUsagePanel, kUsageModbus, kUsageExamples})
         text += std::string(section) + (section == kUsageExamples ? "" : "\n");
     return text;
 }

@@ -51,6 +51,13 @@ struct Options {
     std::string token;        // empty: generated when listening off loopback
     bool readOnly = false;
     int maxViewers = 150;     // event streams open at once: each holds a server thread
+    // panel: the Modbus proxy
+    bool modbusListen = false;
+    std::string modbusHost = "127.0.0.1";
+    int modbusPort = 502;
+    std::vector<std::string> modbusAllow;  // networks its clients may come from; empty: loopback only
+    double modbusMaxAgeSeconds = -1;       // negative: the scan period
+    int modbusMaxClients = 32;
     bool help = false;
 };
 

@@ -41,7 +41,7 @@ PlantRuntime::PlantRuntime(CommandContext& context, ScreenSet screens)
       linkJournal_(history_, controllerNames(context.links)),
       actions_(
           model_, ActionSettings{context.options.readOnly, session_.requestDeadline(1)},
-          [this](const ActionRecord& action) { history_.addJournal(journalEntry(action, session_.clock().wallMs())); },
+          [this](const ActionRecord& action) { record(action); },
           [this](const std::string& id, const std::string& who) { return alarms_.acknowledge(id, who); })
 {
     // The history works in memory when its folder cannot be used: the
@@ -68,5 +68,10 @@ void PlantRuntime::tick()
 }
 
 void PlantRuntime::stop() { session_.stop(); }
+
+void PlantRuntime::record(const ActionRecord& action)
+{
+    history_.addJournal(journalEntry(action, session_.clock().wallMs()));
+}
 
 }  // namespace logohost

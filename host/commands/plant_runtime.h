@@ -33,6 +33,8 @@ public:
     // alarms whose values went stale.
     void tick();
     void stop();
+    // Into the journal: what someone did, through whichever front.
+    void record(const ActionRecord& action);
 
     const std::string& dataDirectory() const { return dataDirectory_; }
     HistoryStore& history() { return history_; }
