@@ -72,11 +72,11 @@ stage_asan() {
 # share, the history's writer, and the Modbus proxy's clients.
 stage_tsan() {
   configure build-tsan -DLOGO_BUILD_TESTS=ON -DLOGO_SANITIZER=thread -DCMAKE_BUILD_TYPE=Debug
-  local targets=(logo_modbus_tcp driver_stress_test reliability_tests panel_unit_test history_test)
+  local targets=(logo_modbus_tcp driver_stress_test reliability_tests panel_unit_test history_test proxy_test)
   cmake --build build-tsan -j2 --target "${targets[@]}"
   TSAN_OPTIONS="halt_on_error=1 second_deadlock_stack=1 suppressions=$here/tests/tsan.supp" \
     ctest --test-dir build-tsan -j2 --output-on-failure --timeout 300 \
-    -R "Stress|Soak|LinkFault|ControllerOutage|ModelTest|History"
+    -R "Stress|Soak|LinkFault|ControllerOutage|ModelTest|History|^Proxy\."
 }
 
 stage_fuzz() {
