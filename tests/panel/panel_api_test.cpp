@@ -299,6 +299,26 @@ TEST_F(PanelApi, ReadOnlyPanelHasNoWritePath)
     expectAnswer(send("POST", "/api/read", R"({"vars": ["VW20"]})"), 200, "read 1 variable");
 }
 
+// A panel never claims what it has not: a second one on a port in use
+// exits 1 saying so, and values the controller stopped sending are not ok.
+TEST_F(PanelApi, NeitherABusyPortNorASilentControllerIsPassedOffAsGood)
+{
+    start({});
+    const std::string address = "127.0.0.1:" + std::to_string(port_);
+    const Exit second = runHost({"panel", "--plc", "127.0.0.1:" + std::to_string(sim_->port()), "--driver", kDriver,
+                                 "--listen", address, "--data", data_ + "/second", "--duration", "5"});
+    EXPECT_EQ(second.code, 1);
+    EXPECT_NE(second.err.find(address + " is in use"), std::string::npos) << second.err;
+
+    auto aiState = [](const Json& values) { return values.is_object() ? values["items"][3]["stateClass"] : Json(); };
+    waitFor("/api/values?screen=main", [&](const Json& v) { return aiState(v) == "ok"; });
+    sim_->setFaults({logosim::FaultSpec{logosim::FaultKind::Silent}});
+    const Json values = waitFor("/api/values?screen=main", [&](const Json& v) { return aiState(v) != "ok"; });
+    EXPECT_TRUE(aiState(values) == "stale" || aiState(values) == "no-reply") << values.dump();
+    const Json link = waitFor("/api/status", [](const Json& s) { return s.is_object() && s["link"]["link"]["state"] != "ok"; });
+    EXPECT_EQ(link["link"]["link"]["state"], "not answering") << link.dump();
+}
+
 TEST_F(PanelApi, TrendDownloadsAsCsv)
 {
     start({}, "");
