@@ -37,47 +37,6 @@ protected:
     Simulator sim_{SimOptions{}};
 };
 
-TEST_F(SimulatorTest, WritesReadBackInEveryTable)
-{
-    Client client(sim_.port());
-    ASSERT_EQ(modbus_connect(client.ctx), 0);
-    ASSERT_EQ(modbus_write_bit(client.ctx, 8194, 1), 1);  // Q3
-    uint8_t bits[4] = {};
-    ASSERT_EQ(modbus_read_bits(client.ctx, 8192, 4, bits), 4);
-    EXPECT_EQ(std::vector<uint8_t>(bits, bits + 4), (std::vector<uint8_t>{0, 0, 1, 0}));
-    EXPECT_TRUE(sim_.bit(1, Table::Coil, 8194));
-
-    const std::vector<uint16_t> words{0x0102, 0xFFFF, 7};
-    ASSERT_EQ(modbus_write_registers(client.ctx, 422, 3, words.data()), 3);  // up to the last VW, VW848
-    std::vector<uint16_t> back(3);
-    ASSERT_EQ(modbus_read_registers(client.ctx, 422, 3, back.data()), 3);
-    EXPECT_EQ(back, words);
-    EXPECT_EQ(sim_.word(1, Table::HoldingRegister, 424), 7);
-
-    sim_.setBit(1, Table::DiscreteInput, 23, true);
-    sim_.setWord(1, Table::InputRegister, 7, 999);
-    ASSERT_EQ(modbus_read_input_bits(client.ctx, 22, 2, bits), 2);
-    EXPECT_EQ(bits[0], 0);
-    EXPECT_EQ(bits[1], 1);
-    ASSERT_EQ(modbus_read_input_registers(client.ctx, 7, 1, back.data()), 1);
-    EXPECT_EQ(back[0], 999);
-}
-
-TEST_F(SimulatorTest, OutOfRangeFailsWithIllegalDataAddressAndTheConnectionStays)
-{
-    Client client(sim_.port());
-    ASSERT_EQ(modbus_connect(client.ctx), 0);
-    uint8_t bits[2];
-    uint16_t words[2];
-    EXPECT_EQ(modbus_read_registers(client.ctx, 425, 1, words), -1);
-    EXPECT_EQ(errno, EMBXILADD);
-    EXPECT_EQ(modbus_read_bits(client.ctx, 6808, 1, bits), -1);
-    EXPECT_EQ(errno, EMBXILADD);
-    EXPECT_EQ(modbus_write_register(client.ctx, 520, 1), -1);
-    EXPECT_EQ(errno, EMBXILADD);
-    EXPECT_EQ(modbus_read_registers(client.ctx, 0, 1, words), 1);
-}
-
 TEST_F(SimulatorTest, EachStationHasItsOwnMemory)
 {
     Client one(sim_.port(), 1), two(sim_.port(), 2);
@@ -93,7 +52,7 @@ TEST_F(SimulatorTest, EachStationHasItsOwnMemory)
     EXPECT_EQ(sim_.word(3, Table::HoldingRegister, 512), 0);
 }
 
-TEST(SimulatorRequestLog, NamesEveryRequestAndCountsWrites)
+TEST(SimulatorRequestLog, NamesEveryRequestCountsWritesAndKeepsTheConnectionAfterAnException)
 {
     std::mutex mutex;
     std::vector<std::string> lines;
@@ -111,13 +70,17 @@ TEST(SimulatorRequestLog, NamesEveryRequestAndCountsWrites)
     ASSERT_EQ(modbus_read_registers(client.ctx, 528, 2, words), 2);
     ASSERT_EQ(modbus_write_register(client.ctx, 10, 4321), 1);
     EXPECT_EQ(modbus_write_register(client.ctx, 520, 1), -1);  // refused, but asked for all the same
+    EXPECT_EQ(errno, EMBXILADD);
+    EXPECT_EQ(modbus_read_registers(client.ctx, 10, 1, words), 1) << "an exception closed the connection";
+    EXPECT_EQ(words[0], 4321);
     const SimStats stats = sim.stats();
-    EXPECT_EQ(stats.requests, 3u);
+    EXPECT_EQ(stats.requests, 4u);
     EXPECT_EQ(stats.writeRequests, 2u);
     const std::lock_guard<std::mutex> lock(mutex);
     EXPECT_EQ(lines, (std::vector<std::string>{"unit 3 function 3 address 528 quantity 2",
                                                "unit 3 function 6 address 10 quantity 1",
-                                               "unit 3 function 6 address 520 quantity 1"}));
+                                               "unit 3 function 6 address 520 quantity 1",
+                                               "unit 3 function 3 address 10 quantity 1"}));
 }
 
 struct FaultCase {
