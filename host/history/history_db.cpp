@@ -106,6 +106,31 @@ int64_t rowLimit(size_t limit)
     return static_cast<int64_t>(std::min<uint64_t>(limit, std::numeric_limits<int64_t>::max()));
 }
 
+// Rows of a journal-like table (id and at_ms first) from sinceMs on, oldest
+// first; `newest` takes the last `limit` of them instead of the first.
+template <typename Row, typename Fill>
+std::vector<Row> rowsSince(sqlite3* db, const std::string& columnsAndTable, int64_t sinceMs, size_t limit,
+                           bool newest, Fill fill)
+{
+    std::vector<Row> rows;
+    if (!db)
+        return rows;
+    const std::string sql = "SELECT " + columnsAndTable + " WHERE at_ms >= ?1 ORDER BY " +
+                            (newest ? "at_ms DESC, id DESC" : "at_ms, id") + " LIMIT ?2";
+    Statement select(db, sql.c_str());
+    select.bind(1, sinceMs).bind(2, rowLimit(limit));
+    while (select.step() == SQLITE_ROW) {
+        Row row;
+        row.id = select.integer(0);
+        row.atMs = select.integer(1);
+        fill(select, &row);
+        rows.push_back(std::move(row));
+    }
+    if (newest)
+        std::reverse(rows.begin(), rows.end());
+    return rows;
+}
+
 uint64_t sizeOf(const std::string& path)
 {
     struct stat info {};
@@ -339,58 +364,28 @@ void HistoryDb::forEachBlock(const std::string& series, int64_t fromMs, int64_t 
 std::vector<JournalEntry> HistoryDb::journal(int64_t sinceMs, size_t limit, bool newest) const
 {
     const std::lock_guard<std::mutex> lock(readerMutex_);
-    std::vector<JournalEntry> entries;
-    if (!reader_)
-        return entries;
-    Statement select(reader_,
-                     newest ? "SELECT id, at_ms, kind, who, subject, value, outcome, ok FROM journal"
-                              " WHERE at_ms >= ?1 ORDER BY at_ms DESC, id DESC LIMIT ?2"
-                            : "SELECT id, at_ms, kind, who, subject, value, outcome, ok FROM journal"
-                              " WHERE at_ms >= ?1 ORDER BY at_ms, id LIMIT ?2");
-    select.bind(1, sinceMs).bind(2, rowLimit(limit));
-    while (select.step() == SQLITE_ROW) {
-        JournalEntry entry;
-        entry.id = select.integer(0);
-        entry.atMs = select.integer(1);
-        entry.kind = select.text(2);
-        entry.who = select.text(3);
-        entry.subject = select.text(4);
-        entry.value = select.text(5);
-        entry.outcome = select.text(6);
-        entry.ok = select.integer(7) != 0;
-        entries.push_back(std::move(entry));
-    }
-    if (newest)
-        std::reverse(entries.begin(), entries.end());
-    return entries;
+    return rowsSince<JournalEntry>(reader_, "id, at_ms, kind, who, subject, value, outcome, ok FROM journal", sinceMs,
+                                   limit, newest, [](const Statement& row, JournalEntry* entry) {
+                                       entry->kind = row.text(2);
+                                       entry->who = row.text(3);
+                                       entry->subject = row.text(4);
+                                       entry->value = row.text(5);
+                                       entry->outcome = row.text(6);
+                                       entry->ok = row.integer(7) != 0;
+                                   });
 }
 
 std::vector<AlarmEvent> HistoryDb::alarmEvents(int64_t sinceMs, size_t limit, bool newest) const
 {
     const std::lock_guard<std::mutex> lock(readerMutex_);
-    std::vector<AlarmEvent> events;
-    if (!reader_)
-        return events;
-    Statement select(reader_,
-                     newest ? "SELECT id, at_ms, alarm_id, event, text, class, by FROM alarm_events"
-                              " WHERE at_ms >= ?1 ORDER BY at_ms DESC, id DESC LIMIT ?2"
-                            : "SELECT id, at_ms, alarm_id, event, text, class, by FROM alarm_events"
-                              " WHERE at_ms >= ?1 ORDER BY at_ms, id LIMIT ?2");
-    select.bind(1, sinceMs).bind(2, rowLimit(limit));
-    while (select.step() == SQLITE_ROW) {
-        AlarmEvent event;
-        event.id = select.integer(0);
-        event.atMs = select.integer(1);
-        event.alarmId = select.text(2);
-        event.event = select.text(3);
-        event.text = select.text(4);
-        event.alarmClass = select.text(5);
-        event.by = select.text(6);
-        events.push_back(std::move(event));
-    }
-    if (newest)
-        std::reverse(events.begin(), events.end());
-    return events;
+    return rowsSince<AlarmEvent>(reader_, "id, at_ms, alarm_id, event, text, class, by FROM alarm_events", sinceMs,
+                                 limit, newest, [](const Statement& row, AlarmEvent* event) {
+                                     event->alarmId = row.text(2);
+                                     event->event = row.text(3);
+                                     event->text = row.text(4);
+                                     event->alarmClass = row.text(5);
+                                     event->by = row.text(6);
+                                 });
 }
 
 uint64_t HistoryDb::fileBytes() const

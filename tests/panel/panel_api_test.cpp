@@ -160,6 +160,8 @@ TEST_F(PanelApi, RefusalsAnswer4xxAndNothingReachesTheController)
         manyVars += std::string(i ? "," : "") + "\"VW20\"";
     manyVars += "]}";
     const httplib::Headers evil{{"Origin", "http://evil.example"}};
+    // One row for each status an operator's refusal maps to; every check of
+    // a value against its item is in the model test's table.
     const Row rows[] = {
         {"malformed JSON", "POST", "/api/write", R"({"var": "VW20", )", {}, 400, "malformed JSON: parse error at line 1"},
         {"not an object", "POST", "/api/write", "[1, 2]", {}, 400, "expected a JSON object"},
@@ -172,18 +174,10 @@ TEST_F(PanelApi, RefusalsAnswer4xxAndNothingReachesTheController)
          "VW30 is on no screen of this panel"},
         {"write to an analogue input", "POST", "/api/write", R"({"var": "AI1", "value": 1})", {}, 403,
          "AI1 is an input and cannot be written"},
-        {"write to a digital input", "POST", "/api/write", R"({"var": "I1", "value": true})", {}, 403,
-         "I1 is an input and cannot be written"},
         {"not writable on any screen", "POST", "/api/write", R"({"var": "VW0", "value": 1})", {}, 403,
          "VW0 is not writable on any screen of this panel"},
-        {"above max", "POST", "/api/write", R"({"var": "VW20", "value": 100.1})", {}, 400,
-         "value 100.1 for VW20 is out of range: expected 0 to 100"},
         {"below min", "POST", "/api/write", R"({"var": "VW20", "value": -1})", {}, 400,
          "value -1 for VW20 is out of range: expected 0 to 100"},
-        {"between steps", "POST", "/api/write", R"({"var": "VW20", "value": 12.34})", {}, 400,
-         "value 12.34 for VW20 falls between its steps of 0.1"},
-        {"bit out of range", "POST", "/api/write", R"({"var": "Q1", "value": 5})", {}, 400,
-         "value 5 for Q1 is out of range: a bit takes 0 or 1"},
         {"body over the limit", "POST", "/api/write", std::string(5000, ' ') + write, {}, 413,
          "request body of 5030 bytes is over the limit of 4096"},
         {"another site's page", "POST", "/api/write", write, evil, 403,
