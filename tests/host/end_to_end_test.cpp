@@ -3,7 +3,9 @@
 // modes; several stations, exceptions, a faulty link, and a dead station.
 #include <gtest/gtest.h>
 #include <modbus.h>
+#include <netinet/in.h>
 #include <signal.h>
+#include <sys/socket.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -15,8 +17,7 @@
 #include <regex>
 #include <sstream>
 
-#include "host_process.h"
-#include "sim/simulator.h"
+#include "host_fixture.h"
 
 namespace {
 
@@ -40,26 +41,19 @@ std::vector<uint16_t> peek(int port, Table table, int address, size_t count)
     return coils ? std::vector<uint16_t>(bits.begin(), bits.end()) : words;
 }
 
-class EndToEnd : public ::testing::Test {
+bool ipv6Loopback()
+{
+    const int probe = socket(AF_INET6, SOCK_STREAM, 0);
+    sockaddr_in6 loopback{};
+    loopback.sin6_family = AF_INET6;
+    loopback.sin6_addr = in6addr_loopback;
+    const bool available = bind(probe, reinterpret_cast<sockaddr*>(&loopback), sizeof loopback) == 0;
+    close(probe);
+    return available;
+}
+
+class EndToEnd : public HostTest {
 protected:
-    void startSimulator(decltype(logosim::SimOptions::faults) faults = {})
-    {
-        logosim::SimOptions options;
-        options.faults = std::move(faults);
-        sim_ = std::make_unique<logosim::Simulator>(options);
-        std::string error;
-        ASSERT_TRUE(sim_->start(&error)) << error;
-        plc_ = "127.0.0.1:" + std::to_string(sim_->port());
-    }
-
-    Exit host(std::vector<std::string> args, bool remote = false, const char* timeout = "0.3")
-    {
-        args.insert(args.begin(), {"--plc", plc_, "--driver", kDriver, "--timeout", timeout});
-        if (remote)
-            args.push_back("--remote-mode");
-        return runHost(args);
-    }
-
     // Three areas make three requests whose replies are all of one length, so
     // a late reply would fit the request after it.
     const Values kThree{{"AM1", "1111"}, {"VW0", "2222"}, {"AQ1", "3333"}};
@@ -70,8 +64,6 @@ protected:
         sim_->setWord(1, Table::HoldingRegister, 512, 3333);
     }
 
-    std::unique_ptr<logosim::Simulator> sim_;
-    std::string plc_;
 };
 
 class BothModes : public EndToEnd, public ::testing::WithParamInterface<bool> {};
@@ -239,18 +231,27 @@ TEST_F(EndToEnd, DeadStationIsSwitchedOffWhileOthersGoOn)
     EXPECT_TRUE(offShown) << watch.out;
 }
 
+// `logohost sim` serves the host on IPv4 and IPv6 loopback alike.
 TEST_F(EndToEnd, SimCommandServesTheHost)
 {
-    FILE* sim = startHost({"sim", "--listen", "127.0.0.1:0"}, "/dev/null");
-    const pid_t pid = std::stoi(readLine(sim));
-    const std::string line = readLine(sim);
-    const std::string prefix = "LOGO! simulator listening on ";
-    EXPECT_EQ(line.rfind(prefix, 0), 0u) << line;
-    plc_ = line.substr(std::min(prefix.size(), line.size()));
-    EXPECT_EQ(host({"write", "VW6=4321"}).code, 0);
-    EXPECT_EQ(readValues(host({"read", "VW6", "--format", "csv"})), (Values{{"VW6", "4321"}}));
-    kill(pid, SIGINT);
-    EXPECT_EQ(pclose(sim), 0);
+    for (const std::string listen : {"127.0.0.1:0", "[::1]:0"}) {
+        SCOPED_TRACE(listen);
+        if (listen[0] == '[' && !ipv6Loopback()) {
+            std::printf("no IPv6 loopback on this machine: only 127.0.0.1 tried\n");
+            continue;
+        }
+        FILE* sim = startHost({"sim", "--listen", listen}, "/dev/null");
+        const pid_t pid = std::stoi(readLine(sim));
+        const std::string line = readLine(sim);
+        std::smatch address;
+        ASSERT_TRUE(std::regex_search(line, address, std::regex(R"(^LOGO! simulator listening on (\S+:\d+)$)")))
+            << line;
+        plc_ = address[1];
+        EXPECT_EQ(host({"write", "VW6=4321"}).code, 0);
+        EXPECT_EQ(readValues(host({"read", "VW6", "--format", "csv"})), (Values{{"VW6", "4321"}}));
+        kill(pid, SIGINT);
+        EXPECT_EQ(pclose(sim), 0);
+    }
 }
 
 TEST_F(EndToEnd, StartsTheBuiltInSimulatorWithoutPlc)

@@ -11,36 +11,14 @@
 #include <memory>
 #include <regex>
 
-#include "host_process.h"
-#include "sim/simulator.h"
+#include "host_fixture.h"
 
 namespace {
 
 using logosim::FaultKind;
 using logosim::FaultSpec;
 
-class HonestHost : public ::testing::Test {
-protected:
-    void startSimulator(std::vector<FaultSpec> faults, const std::string& host = "127.0.0.1")
-    {
-        logosim::SimOptions options;
-        options.host = host;
-        options.faults = std::move(faults);
-        sim_ = std::make_unique<logosim::Simulator>(options);
-        std::string error;
-        ASSERT_TRUE(sim_->start(&error)) << error;
-        plc_ = (host.find(':') == std::string::npos ? host : "[" + host + "]") + ":" + std::to_string(sim_->port());
-    }
-
-    Exit host(std::vector<std::string> args)
-    {
-        args.insert(args.begin(), {"--plc", plc_, "--driver", kDriver, "--timeout", "0.3"});
-        return runHost(args);
-    }
-
-    std::unique_ptr<logosim::Simulator> sim_;
-    std::string plc_;
-};
+using HonestHost = HostTest;
 
 // A port nothing listens on: bound, never listened to, closed.
 int deadPort()
@@ -153,28 +131,6 @@ TEST_F(HonestHost, WrittenValuesAreEchoedAsTypedAndReadBackAsTheControllerShowsT
     EXPECT_EQ(write.code, 0) << write.err;
     EXPECT_EQ(write.out, "VW0 = 65535  written\nVW2 = 0x8000  written\n");
     EXPECT_EQ(readValues(host({"read", "VW0:2", "--format", "csv"})), (Values{{"VW0", "-1"}, {"VW2", "-32768"}}));
-}
-
-TEST_F(HonestHost, IPv6LoopbackForTheControllerAndTheSimulator)
-{
-    const int probe = socket(AF_INET6, SOCK_STREAM, 0);
-    sockaddr_in6 loopback{};
-    loopback.sin6_family = AF_INET6;
-    loopback.sin6_addr = in6addr_loopback;
-    const bool available = bind(probe, reinterpret_cast<sockaddr*>(&loopback), sizeof loopback) == 0;
-    close(probe);
-    if (!available)
-        GTEST_SKIP() << "no IPv6 loopback on this machine";
-    FILE* sim = startHost({"sim", "--listen", "[::1]:0"}, "/dev/null");
-    const pid_t pid = std::stoi(readLine(sim));
-    const std::string line = readLine(sim);
-    std::smatch address;
-    ASSERT_TRUE(std::regex_search(line, address, std::regex(R"(listening on (\[::1\]:\d+)$)"))) << line;
-    plc_ = address[1];
-    EXPECT_EQ(host({"write", "VW6=77"}).code, 0);
-    EXPECT_EQ(readValues(host({"read", "VW6", "--format", "csv"})), (Values{{"VW6", "77"}}));
-    kill(pid, SIGINT);
-    EXPECT_EQ(pclose(sim), 0);
 }
 
 }  // namespace
