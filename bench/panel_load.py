@@ -4,6 +4,7 @@
 Starts `logohost sim` and `logohost panel` on loopback itself, measures, and
 stops them again, also on failure or Ctrl-C. Four parts, each selectable:
 
+  trace    one stream's events beside the simulator's requests, for a second
   viewers  N event streams on the overview; VW0 changed in the simulator over
            Modbus; when each stream got the `items` event with the new value,
            split into the scan's wait and the panel's fan-out; the panel's
@@ -575,6 +576,7 @@ def run_viewers(logohost, count, scan_period, rounds, seed):
             raise RuntimeError(f"the simulator's log shows {len(reads)} host reads after writes, expected {len(writes) + 1}")
         reads = reads[1:]  # the first is of the value written before the viewers opened
         total, scan_wait, host_to_viewer, spread, host_to_first, host_to_last = [], [], [], [], [], []
+        prompt_spread, held_back = [], 0
         for (value, t_write), t_read in zip(writes, reads):
             arrivals = [v.seen[value] for v in viewers if value in v.seen]
             if not arrivals:
@@ -585,9 +587,18 @@ def run_viewers(logohost, count, scan_period, rounds, seed):
             host_to_first.append(min(arrivals) - t_read)
             host_to_last.append(max(arrivals) - t_read)
             spread.append(max(arrivals) - min(arrivals))
+            # Streams that sent an event on an earlier result of the same
+            # pass hold the rest of it back by the streams' minimum gap
+            # between events (100 ms): the arrivals fall in two groups, and
+            # the spread within the prompt group is the fan-out's own cost.
+            prompt = [a for a in arrivals if a - t_read < PROMPT]
+            held_back += len(arrivals) - len(prompt)
+            if len(prompt) > 1:
+                prompt_spread.append(max(prompt) - min(prompt))
         return {
             "viewers": count, "scan_period": scan_period, "rounds": len(writes), "missed": missed,
             "over_1s_after_read": sum(1 for h in host_to_viewer if h > 1.0),
+            "held_back_percent": 100.0 * held_back / max(len(total), 1), "prompt_spread": summary(prompt_spread),
             "mean_write_gap_s": (writes[-1][1] - writes[0][1]) / max(len(writes) - 1, 1),
             "open_max_ms": ms(max(open_seconds)), "listen_overflows": overflows,
             "total": summary(total), "scan_wait": summary(scan_wait), "host_to_viewer": summary(host_to_viewer),
@@ -604,6 +615,8 @@ def run_viewers(logohost, count, scan_period, rounds, seed):
         stop(panel)
         stop(sim)
 
+
+PROMPT = 0.05  # seconds after the host's read: below, an event was not held back
 
 REQUEST_LINE = re.compile(r"request unit \d+ function (\d+) address (\d+) quantity (\d+)")
 
@@ -642,6 +655,39 @@ def run_burst(logohost, count, limit_s=40.0):
                 "max_ms": ms(max(opened)) if opened else None, "over_500ms": sum(1 for t in opened if t > 0.5),
                 "statuses": sorted(set(v.status for v in viewers if v.status)),
                 "listen_overflows": listen_overflows() - overflows0}
+    finally:
+        loop.close()
+        stop(panel)
+        stop(sim)
+
+
+def run_trace(logohost, seconds=1.2):
+    """One stream's items events beside the simulator's requests, for a
+    second: which items of a pass each event carried, and when."""
+    sim = start_sim(logohost, log_requests=True)
+    panel = start_panel(logohost, sim.port)
+    loop = Loop()
+    loop.watch_lines(sim.reader)
+    try:
+        viewer = Viewer(loop, panel.port)
+        carried = []
+        plain = viewer.on_sse
+
+        def on_sse(block, now):
+            plain(block, now)
+            text = block.decode("utf-8")
+            if text.startswith("event: items"):
+                items = json.loads(text.split("data: ", 1)[1]).get("items", [])
+                carried.append((now, [i["var"] for i in items]))
+
+        viewer.on_sse = on_sse
+        loop.run(time.monotonic() + 3, lambda: viewer.last_vw0 is not None)
+        loop.run(time.monotonic() + 1)  # past the stream's first event
+        t0, first, carried[:] = time.monotonic(), len(sim.reader.lines), []
+        loop.run(t0 + seconds)
+        rows = [(t, "simulator: " + l) for t, l in zip(sim.reader.stamps[first:], sim.reader.lines[first:])]
+        rows += [(t, "stream: items event with " + " ".join(v)) for t, v in carried]
+        return [f"{ms(t - t0):7.1f} ms  {text}" for t, text in sorted(rows)]
     finally:
         loop.close()
         stop(panel)
@@ -821,12 +867,13 @@ def f1(x):
 
 def print_viewers(results):
     print("\n### Controller change → `items` event received (ms)\n")
-    print("| scan period | viewers | samples (mean gap between changes) | missed; over 1 s after the host's read | p50 | p99 | max | scan wait p50 / p99 | host read → viewer p50 / p99 | fan-out first → last p50 / p99 / max |")
-    print("|---|---|---|---|---|---|---|---|---|---|")
+    print("| scan period | viewers | samples (mean gap between changes) | missed; over 1 s after the host's read | p50 | p99 | max | scan wait p50 / p99 | host read → viewer p50 / p99 | fan-out first → last p50 / p99 / max | held back (> 50 ms after the read) | fan-out of the others p50 / p99 / max |")
+    print("|---|---|---|---|---|---|---|---|---|---|---|---|")
     for r in results:
         t, s, h, sp = r["total"], r["scan_wait"], r["host_to_viewer"], r["spread"]
         print(f"| {r['scan_period']} s | {r['viewers']} | {t['n']} ({r['mean_write_gap_s']:.2f} s) | {r['missed']}; {r['over_1s_after_read']} | {f1(t['p50'])} | {f1(t['p99'])} | {f1(t['max'])} "
-              f"| {f1(s['p50'])} / {f1(s['p99'])} | {f1(h['p50'])} / {f1(h['p99'])} | {f1(sp['p50'])} / {f1(sp['p99'])} / {f1(sp['max'])} |")
+              f"| {f1(s['p50'])} / {f1(s['p99'])} | {f1(h['p50'])} / {f1(h['p99'])} | {f1(sp['p50'])} / {f1(sp['p99'])} / {f1(sp['max'])} "
+              f"| {r['held_back_percent']:.0f} % | {f1(r['prompt_spread']['p50'])} / {f1(r['prompt_spread']['p99'])} / {f1(r['prompt_spread']['max'])} |")
     print("\n### The panel process meanwhile\n")
     print("| scan period | viewers | panel CPU | panel RSS mean / max (MiB) | threads | per viewer: items events/s, bytes/s | slowest stream's opening, 4 at a time (ms); accept-queue overflows | simulator CPU | this client's CPU, µs per event | the rest of the machine |")
     print("|---|---|---|---|---|---|---|---|---|---|")
@@ -878,7 +925,7 @@ def print_limit(r, limit):
 def main():
     parser = argparse.ArgumentParser(description=__doc__.split("\n")[0])
     parser.add_argument("--logohost", default=os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "build-bench", "logohost"))
-    parser.add_argument("--parts", default="viewers,burst,slow,limit")
+    parser.add_argument("--parts", default="trace,viewers,burst,slow,limit")
     parser.add_argument("--viewers", default="1,10,25,50,100")
     parser.add_argument("--scan-periods", default="0.5,0.1")
     parser.add_argument("--rounds", type=int, default=60, help="changes of VW0 per configuration")
@@ -897,6 +944,11 @@ def main():
     out = {"machine": machine(), "when": time.strftime("%Y-%m-%d %H:%M:%S %Z")}
     print(f"machine: {out['machine']}\nwhen: {out['when']}", flush=True)
 
+    if "trace" in parts:
+        out["trace"] = run_trace(logohost)
+        print("\n### One stream beside the scan (default period)\n\n```")
+        print("\n".join(out["trace"]))
+        print("```", flush=True)
     if "viewers" in parts:
         out["viewers"] = []
         for period in [float(x) for x in args.scan_periods.split(",")]:
