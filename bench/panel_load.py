@@ -490,7 +490,7 @@ def summary(values):
     return {"n": len(values), "p50": ms(pct(values, 50)), "p99": ms(pct(values, 99)), "max": ms(max(values)) if values else float("nan")}
 
 
-# ---- part 1 and 2: many viewers -------------------------------------------------
+# ---- viewers, trace and burst: many event streams -------------------------------
 
 
 def open_viewers(loop, port, count, batch=4):
@@ -694,7 +694,7 @@ def run_trace(logohost, seconds=1.2):
         stop(sim)
 
 
-# ---- part 3: slow and idle connections -------------------------------------------
+# ---- slow: trickling and idle connections ----------------------------------------
 
 
 def run_slow(logohost, slow, idle, viewers_open, seconds, slow_gap=2.0):
@@ -800,7 +800,7 @@ def run_slow_timeout(logohost, gap):
         stop(sim)
 
 
-# ---- part 4: the viewer limit ---------------------------------------------------
+# ---- limit: past --max-viewers --------------------------------------------------
 
 
 def run_limit(logohost, limit):
