@@ -65,4 +65,10 @@ bool ScanPacer::mayGo()
     return mayGoLocked(Clock::now());
 }
 
+bool ScanPacer::resting() const
+{
+    const std::lock_guard<std::mutex> lock(mutex_);
+    return period_.count() > 0 && !released_ && budget_ > 0 && used_ >= budget_ && Clock::now() < periodEnd_;
+}
+
 }  // namespace logohost

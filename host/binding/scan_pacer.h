@@ -40,6 +40,9 @@ public:
     // Whether pace() would let a frame go now (it starts a new period when
     // the old one is over).
     bool mayGo();
+    // The list has had its frames for this period and the loop holds the
+    // next: the pass is over until the period ends.
+    bool resting() const;
 
 private:
     const std::chrono::milliseconds period_;

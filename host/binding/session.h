@@ -158,6 +158,8 @@ public:
     // Grows with every result, station switch and change of a link's state.
     uint64_t version() const;
     uint64_t waitForChange(uint64_t seen, std::chrono::milliseconds timeout) const;
+    // The scan's pass is over and it waits for its next period.
+    bool scanResting() const { return pacer_.resting(); }
 
     const SessionSettings& settings() const { return settings_; }
     const HostClock& clock() const { return clock_; }

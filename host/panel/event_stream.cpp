@@ -27,6 +27,7 @@ bool EventStream::step(const Write& write)
     } else {
         std::this_thread::sleep_until(lastEvent_ + kMinEventGap);
         version_ = model_.session().waitForChange(version_, kHeartbeat);
+        gatherPass();
     }
     lastEvent_ = std::chrono::steady_clock::now();
     const Json changes = collectChanges();
@@ -37,6 +38,19 @@ bool EventStream::step(const Write& write)
         out += "event: status\ndata: " + status_().dump() + "\n\n";
     }
     return out.empty() || write(out);
+}
+
+// The first result of a pass wakes the stream, and the rest of the pass
+// follows within milliseconds: sent at once, the first would go alone and
+// the rest a whole event gap later. So the event waits for the pass to end
+// (the scan rests until its next period), but never longer than the gap.
+void EventStream::gatherPass()
+{
+    const Session& session = model_.session();
+    const auto until = std::chrono::steady_clock::now() + kMinEventGap;
+    for (auto now = std::chrono::steady_clock::now(); !session.scanResting() && now < until;
+         now = std::chrono::steady_clock::now())
+        version_ = session.waitForChange(version_, std::chrono::duration_cast<std::chrono::milliseconds>(until - now));
 }
 
 // Every item whose JSON changed since it was last sent: a value, a state,

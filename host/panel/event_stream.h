@@ -38,6 +38,7 @@ private:
     std::vector<TrendCursor> trends_;
     std::chrono::steady_clock::time_point lastEvent_{}, lastStatus_{};
 
+    void gatherPass();
     Json collectChanges();
 };
 

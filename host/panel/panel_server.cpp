@@ -9,6 +9,9 @@
 #include <cstring>
 #include <limits>
 
+// The library's default of 5 waiting connections keeps browsers that
+// reconnect together (a panel restarted) waiting seconds for their turn.
+#define CPPHTTPLIB_LISTEN_BACKLOG 128
 #include <httplib.h>
 
 #include "common/endpoint.h"

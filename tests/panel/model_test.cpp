@@ -578,10 +578,14 @@ TEST(ScanPacer, HoldsOnceTheListHadItsFramesForThePeriod)
         const RequestResult* result;
         bool waiting;
         bool mayGo;
+        bool resting;  // the pass is over: an event may carry all of it
     } steps[] = {
-        {"first cyclic", &cyclic, false, true},   {"a repeat does not count", &repeat, false, true},
-        {"a write does not count", &write, false, true}, {"second cyclic: budget used", &cyclic, false, false},
-        {"a write waits", nullptr, true, true},   {"nothing waits any more", nullptr, false, false},
+        {"first cyclic", &cyclic, false, true, false},
+        {"a repeat does not count", &repeat, false, true, false},
+        {"a write does not count", &write, false, true, false},
+        {"second cyclic: budget used", &cyclic, false, false, true},
+        {"a write waits", nullptr, true, true, true},
+        {"nothing waits any more", nullptr, false, false, true},
     };
     for (const auto& step : steps) {
         SCOPED_TRACE(step.name);
@@ -589,6 +593,7 @@ TEST(ScanPacer, HoldsOnceTheListHadItsFramesForThePeriod)
             pacer.onResult(*step.result);
         hostWaiting = step.waiting;
         EXPECT_EQ(pacer.mayGo(), step.mayGo);
+        EXPECT_EQ(pacer.resting(), step.resting);
     }
     pacer.setListSize(2);  // a rebuild starts a new period
     EXPECT_TRUE(pacer.mayGo());
@@ -598,6 +603,7 @@ TEST(ScanPacer, HoldsOnceTheListHadItsFramesForThePeriod)
     pacer.release();  // the loop stops: pace() lets go whatever the budget
     loop.join();
     EXPECT_TRUE(pacer.mayGo());
+    EXPECT_FALSE(pacer.resting());
 
     ScanPacer unpaced(milliseconds(0), {});
     unpaced.setListSize(1);
