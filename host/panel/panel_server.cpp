@@ -9,9 +9,6 @@
 #include <cstring>
 #include <limits>
 
-// The library's default of 5 waiting connections keeps browsers that
-// reconnect together (a panel restarted) waiting seconds for their turn.
-#define CPPHTTPLIB_LISTEN_BACKLOG 128
 #include <httplib.h>
 
 #include "common/endpoint.h"
@@ -36,9 +33,12 @@ struct PanelServer::Context {
     std::atomic<size_t> streams{0};
     std::atomic<bool> stopping{false};
     int port = 0;
+    int listenSocket = -1;  // the last socket httplib set up, the one it bound
 };
 
 namespace {
+
+constexpr int kAcceptQueue = 128;
 
 using Context = PanelServer::Context;
 
@@ -464,9 +464,11 @@ PanelServer::PanelServer(PlantModel& model, OperatorActions& actions, AlarmBoard
     server_->set_payload_max_length(context_->settings.bodyLimit);
     // SO_REUSEADDR alone: a restarted panel binds again at once, and a
     // second one on the same port fails instead of sharing it.
-    server_->set_socket_options([](int fd) {
+    Context& context = *context_;
+    server_->set_socket_options([&context](int fd) {
         const int yes = 1;
         setsockopt(fd, SOL_SOCKET, SO_REUSEADDR, &yes, sizeof yes);
+        context.listenSocket = fd;
     });
     route();
 }
@@ -480,6 +482,10 @@ bool PanelServer::bind(std::string* error)
     port_ = any ? server_->bind_to_any_port(settings.host) : settings.port;
     if ((any && port_ > 0) || (!any && server_->bind_to_port(settings.host, settings.port))) {
         context_->port = port_;
+        // httplib listens with a queue of 5: browsers that reconnect together
+        // (a panel restarted) would wait seconds for their turn. Listening
+        // again only lengthens the queue.
+        ::listen(context_->listenSocket, kAcceptQueue);
         return true;
     }
     *error = bindFailure(settings.host, settings.port);
