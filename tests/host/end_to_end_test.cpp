@@ -16,6 +16,7 @@
 #include <memory>
 #include <regex>
 #include <sstream>
+#include <thread>
 
 #include "host_fixture.h"
 
@@ -229,6 +230,45 @@ TEST_F(EndToEnd, DeadStationIsSwitchedOffWhileOthersGoOn)
         }
     }
     EXPECT_TRUE(offShown) << watch.out;
+}
+
+// Three controllers at their own addresses; the second refuses connections
+// for a while. The other two are read throughout, the second's values say
+// it is not answering, and once back it is read again within a demotion
+// period. Loose bounds on counts, so that a slow machine cannot break them.
+TEST(SeveralControllers, ADeadOneDoesNotFreezeTheOthers)
+{
+    std::vector<std::unique_ptr<logosim::Simulator>> sims;
+    std::vector<std::string> args{"--driver", kDriver, "--timeout", "0.3", "--demote-for", "1"};
+    for (int station = 1; station <= 3; ++station) {
+        sims.push_back(std::make_unique<logosim::Simulator>(logosim::SimOptions{}));
+        std::string error;
+        ASSERT_TRUE(sims.back()->start(&error)) << error;
+        sims.back()->setWord(station, Table::HoldingRegister, 0, static_cast<uint16_t>(11 * station));
+        args.insert(args.end(), {"--plc", std::to_string(station) + "=127.0.0.1:" + std::to_string(sims.back()->port())});
+    }
+    sims[1]->pause();
+    args.insert(args.end(), {"watch", "VW0@1", "VW0@2", "VW0@3", "--scan-period", "0.1", "--interval", "0.2",
+                             "--duration", "6", "--format", "csv"});
+    std::thread comeBack([&] {
+        std::this_thread::sleep_for(std::chrono::seconds(2));
+        sims[1]->resume();
+    });
+    const Exit watch = runHost(args);
+    comeBack.join();
+    ASSERT_EQ(watch.code, 0) << watch.err;
+    const std::vector<Values> rows = csvRows(watch);
+    ASSERT_GE(rows.size(), 10u) << watch.out;
+    size_t healthy = 0, secondDown = 0;
+    for (const Values& row : rows) {
+        healthy += row.at("VW0@1") == "11" && row.at("VW0@3") == "33";
+        secondDown += row.at("VW0@2") != "22" && row.at("VW0@2") != "never read" && row.at("VW0@2") != "stale";
+    }
+    EXPECT_GE(healthy, rows.size() * 3 / 4) << watch.out;
+    EXPECT_GE(secondDown, 2u) << "the dead controller's value was never said to be missing:\n" << watch.out;
+    EXPECT_EQ(rows.back().at("VW0@2"), "22") << "not read again after it came back:\n" << watch.out;
+    EXPECT_GE(sims[0]->stats().requests, 20u);  // a pass each 0.1 s at most, over 6 s
+    EXPECT_GE(sims[2]->stats().requests, 20u);
 }
 
 // `logohost sim` serves the host on IPv4 and IPv6 loopback alike.
