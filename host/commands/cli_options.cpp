@@ -92,6 +92,67 @@ bool isTokenText(const std::string& text)
     return true;
 }
 
+// ---- MQTT: the bridge, and the panel with --mqtt -------------------------------
+
+constexpr size_t kMaxNodeName = 64;
+
+// HOST[:PORT]; a port left out is 0 until the command knows whether TLS
+// (--mqtt-ca, 8883) or plain TCP (1883) is wanted.
+bool parseMqtt(const std::string& text, Options* options, std::string* why)
+{
+    common::Endpoint endpoint;
+    if (!common::parseEndpoint(text, 0, 1, &endpoint, why))
+        return false;
+    options->mqttHost = endpoint.host;
+    options->mqttPort = endpoint.port;
+    return true;
+}
+
+// A topic level and a Home Assistant node id: no wildcard, no separator.
+bool isNodeName(const std::string& text)
+{
+    if (text.empty() || text.size() > kMaxNodeName)
+        return false;
+    for (const char c : text)
+        if (!std::isalnum(static_cast<unsigned char>(c)) && c != '-' && c != '_')
+            return false;
+    return true;
+}
+
+bool setText(std::string* field, const std::string& value)
+{
+    *field = value;
+    return !value.empty();
+}
+
+bool refuse(const std::string& message, std::string* error)
+{
+    *error = message;
+    return false;
+}
+
+bool checkMqttArguments(const Options& options, std::string* error)
+{
+    const bool plant = options.command == "panel" || options.command == "bridge";
+    const bool details = !options.mqttUser.empty() || !options.mqttPasswordFile.empty() || !options.mqttCa.empty() ||
+                         !options.mqttNode.empty();
+    const bool http = !options.listenHost.empty() || !options.token.empty() || options.maxViewers != Options().maxViewers;
+    if ((!options.mqttHost.empty() || details) && !plant)
+        return refuse("--mqtt and its options are options of the bridge and panel commands", error);
+    if (options.command == "bridge" && options.mqttHost.empty())
+        return refuse("bridge needs --mqtt HOST[:PORT]: the broker to publish the plant to", error);
+    if (details && options.mqttHost.empty())
+        return refuse("--mqtt-user, --mqtt-password-file, --mqtt-ca and --mqtt-node need --mqtt HOST[:PORT]", error);
+    if (!options.mqttPasswordFile.empty() && options.mqttUser.empty())
+        return refuse("--mqtt-password-file needs --mqtt-user: MQTT sends a password only with a user name", error);
+    if (options.command == "bridge" && http)
+        return refuse("--listen, --token and --max-viewers are options of the panel command: the bridge serves no HTTP",
+                      error);
+    return true;
+}
+
+// ---- the option table ------------------------------------------------------------
+
 struct OptionRule {
     const char* name;
     const char* expected;  // empty for a flag
@@ -159,6 +220,16 @@ const std::vector<OptionRule>& optionRules()
          [](Options* o, S v, W) { return o->keepGiven = parseKeep(v, &o->keepHours); }},
         {"--scan-period", "seconds from 0 to 60",
          [](Options* o, S v, W) { return o->scanPeriodGiven = parseSeconds(v, 0, 60, &o->scanPeriodSeconds); }},
+        // MQTT: the bridge, and the panel with --mqtt
+        {"--mqtt", "HOST[:PORT] (port 1-65535; 1883 by default, 8883 with --mqtt-ca; IPv6 as [ADDR]:PORT)",
+         [](Options* o, S v, W why) { return parseMqtt(v, o, why); }},
+        {"--mqtt-user", "a user name", [](Options* o, S v, W) { return setText(&o->mqttUser, v); }},
+        {"--mqtt-password-file", "the path of a file holding the password",
+         [](Options* o, S v, W) { return setText(&o->mqttPasswordFile, v); }},
+        {"--mqtt-ca", "the path of the CA certificates (PEM) that the broker's certificate is checked against",
+         [](Options* o, S v, W) { return setText(&o->mqttCa, v); }},
+        {"--mqtt-node", "1 to 64 letters, digits, '-' or '_'",
+         [](Options* o, S v, W) { return setText(&o->mqttNode, v) && isNodeName(v); }},
         {"--help", "", [](Options* o, S, W) { return o->help = true; }},
         {"-h", "", [](Options* o, S, W) { return o->help = true; }},
     };
@@ -175,7 +246,8 @@ const OptionRule* findOption(const std::string& name)
 
 bool isCommand(const std::string& word)
 {
-    return word == "watch" || word == "read" || word == "write" || word == "panel" || word == "sim";
+    return word == "watch" || word == "read" || word == "write" || word == "panel" || word == "sim" ||
+           word == "bridge";
 }
 
 // One option at argv[*i]; advances *i past its value.
@@ -262,19 +334,22 @@ bool checkArguments(const Options& options, std::string* error)
     const bool panelOptions = !options.screensPath.empty() || !options.listenHost.empty() || !options.token.empty() ||
                               options.readOnly || options.maxViewers != Options().maxViewers ||
                               !options.dataDirectory.empty() || options.keepGiven;
-    if (options.command != "panel" && panelOptions) {
+    if (!checkMqttArguments(options, error))
+        return false;
+    if (options.command != "panel" && options.command != "bridge" && panelOptions) {
         *error = "--screens, --listen, --token, --read-only, --max-viewers, --data and --keep are options of the panel "
                  "command";
         return false;
     }
-    if (options.scanPeriodGiven && options.command != "watch" && options.command != "panel") {
+    if (options.scanPeriodGiven && options.command != "watch" && options.command != "panel" &&
+        options.command != "bridge") {
         *error = "--scan-period is an option of watch and panel, which scan until stopped";
         return false;
     }
-    if (options.command == "panel") {
+    if (options.command == "panel" || options.command == "bridge") {
         if (options.args.empty())
             return true;
-        *error = "panel takes no variables: its screens come from --screens FILE (or the built-in ones)";
+        *error = options.command + " takes no variables: its screens come from --screens FILE (or the built-in ones)";
         return false;
     }
     if (options.command != "sim" && options.args.empty()) {
@@ -299,6 +374,9 @@ const char* const kUsageCommands = R"(Commands:
   write VAR=VALUE...    write values to the controller and wait for each result
   panel [--screens FILE] [--listen HOST:PORT] [--token TOKEN] [--read-only]
                         serve an operator panel to browsers and print its address
+  bridge --mqtt HOST[:PORT] [--screens FILE] [--read-only]
+                        publish the plant to an MQTT broker, with Home
+                        Assistant's discovery, until Ctrl-C
   sim [--listen HOST:PORT] [--animate] [--fault KIND[:every=N]...]...
                         run the simulated controller as a server (sim --help)
 )";
@@ -356,12 +434,26 @@ const char* const kUsagePanel = R"(Panel options:
   the last 10 s), plus the trended variables, always.
 )";
 
+const char* const kUsageMqtt = R"(MQTT options (bridge, and panel to publish beside its pages):
+  --mqtt HOST[:PORT]    the broker (port 1883, 8883 with --mqtt-ca; IPv6 as
+                        [ADDR]:PORT); the bridge's topics are logohost/NODE/...
+  --mqtt-user NAME      the user name to connect with (default: anonymous)
+  --mqtt-password-file FILE
+                        the password, the file's first line
+  --mqtt-ca FILE        TLS, the broker's certificate checked against this CA
+  --mqtt-node NAME      the NODE of the topics and of the client id
+                        logohost-NODE (default: this host's name)
+  --screens, --read-only, --data, --keep, --scan-period and --duration apply
+  to the bridge as to the panel; it keeps every screen scanned.
+)";
+
 const char* const kUsageExamples = R"(Examples:
   logohost watch VW0:4 AI1:2 Q1:4
   logohost --plc 192.168.0.3 read AM1:4 V10.3 --format csv
   logohost --plc 192.168.0.3 write VW0=1234 Q1=on VD4=-100000
   logohost --stations --plc 192.168.0.3 watch VW0:2@1 VW0:2@2 --demote-after 1
   logohost panel --plc 192.168.0.3 --screens pumps.json
+  logohost bridge --plc 192.168.0.3 --screens pumps.json --mqtt broker.lan
   logohost sim --listen 127.0.0.1:5020 --animate --fault late:every=10:delay=1500
 )";
 
@@ -409,7 +501,8 @@ std::string usageText()
 {
     // One text per section of --help.
     std::string text;
-    for (const char* section : {kUsageIntro, kUsageCommands, kUsageVariables, kUsageOptions, kUsagePanel, kUsageExamples})
+    for (const char* section : {kUsageIntro, kUsageCommands, kUsageVariables, kUsageOptions, kUsagePanel, kUsageMqtt,
+                                kUsageExamples})
         text += std::string(section) + (section == kUsageExamples ? "" : "\n");
     return text;
 }

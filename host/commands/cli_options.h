@@ -19,7 +19,7 @@ struct PlcOption {
 };
 
 struct Options {
-    std::string command;            // watch, read, write, panel or sim
+    std::string command;            // watch, read, write, panel, bridge or sim
     std::vector<std::string> args;  // variables, VAR=VALUE pairs, or the simulator's own arguments
     std::vector<PlcOption> plcs;    // empty: the built-in simulator
     int station = 1;
@@ -51,6 +51,14 @@ struct Options {
     std::string token;        // empty: generated when listening off loopback
     bool readOnly = false;
     int maxViewers = 150;     // event streams open at once: each holds a server thread
+    // bridge, and panel with --mqtt: the MQTT broker
+    std::string mqttHost;          // empty: no broker
+    int mqttPort = 0;              // 0: 1883, or 8883 with --mqtt-ca
+    std::string mqttUser;          // empty: anonymous
+    std::string mqttPasswordFile;
+    std::string mqttPassword;      // read from the file before any I/O, never from the command line
+    std::string mqttCa;            // empty: plain TCP
+    std::string mqttNode;          // empty: the host name, made fit for a topic
     bool help = false;
 };
 

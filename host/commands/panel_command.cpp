@@ -5,6 +5,7 @@
 #include "host/commands/commands.h"
 #include "host/commands/interrupt.h"
 #include "host/commands/plant_runtime.h"
+#include "host/mqtt/mqtt_bridge.h"
 #include "host/panel/http_security.h"
 #include "host/panel/panel_server.h"
 
@@ -79,6 +80,7 @@ int runPanel(CommandContext& context)
     plant.start();
     std::thread http([&server] { server.run(); });
     announce(server, settings, options, context.links);
+    const std::unique_ptr<MqttBridge> mqtt = options.mqttHost.empty() ? nullptr : startMqtt(options, plant);
 
     const bool forever = options.durationSeconds <= 0;
     const auto end = std::chrono::steady_clock::now() + milliseconds(options.durationSeconds);
@@ -86,6 +88,8 @@ int runPanel(CommandContext& context)
         plant.tick();
     server.stop();
     http.join();
+    if (mqtt)
+        mqtt->stop();
     plant.stop();
     return kExitOk;
 }
