@@ -69,14 +69,15 @@ stage_asan() {
 
 # The tests whose threads meet: the driver under busy host threads, the
 # soak and every link fault, the session and model the panel's threads
-# share, the history's writer, and the Modbus proxy's clients.
+# share, the history's writer, the Modbus proxy's clients, and the MQTT
+# bridge's threads against a real broker.
 stage_tsan() {
   configure build-tsan -DLOGO_BUILD_TESTS=ON -DLOGO_SANITIZER=thread -DCMAKE_BUILD_TYPE=Debug
-  local targets=(logo_modbus_tcp driver_stress_test reliability_tests panel_unit_test history_test proxy_test)
+  local targets=(logo_modbus_tcp driver_stress_test reliability_tests panel_unit_test history_test proxy_test mqtt_test)
   cmake --build build-tsan -j2 --target "${targets[@]}"
   TSAN_OPTIONS="halt_on_error=1 second_deadlock_stack=1 suppressions=$here/tests/tsan.supp" \
     ctest --test-dir build-tsan -j2 --output-on-failure --timeout 300 \
-    -R "Stress|Soak|LinkFault|ControllerOutage|ModelTest|History|^Proxy\."
+    -R "Stress|Soak|LinkFault|ControllerOutage|ModelTest|History|^Proxy\.|^Bridge|^Mqtt"
 }
 
 stage_fuzz() {

@@ -71,6 +71,8 @@ int runCommand(const Options& options)
         return runRead(context);
     if (options.command == "panel")
         return runPanel(context);
+    if (options.command == "bridge")
+        return runBridge(context);
     return runWrite(context);
 }
 

@@ -4,6 +4,7 @@
 #include "common/numbers.h"
 #include "host/proxy/client_access.h"
 
+#include <algorithm>
 #include <cctype>
 #include <fstream>
 #include <functional>
@@ -12,9 +13,15 @@ namespace logohost {
 namespace {
 
 constexpr int kModbusPort = 502;
+constexpr int kMaxPort = 65535;
 constexpr int kMaxStation = 255;
 constexpr int kMaxBlockWords = 125;  // the most registers one Modbus read may return
 constexpr int kMaxRetries = 100;
+constexpr int kMostModbusClients = 256;  // each holds a thread
+constexpr double kMostMaxAgeSeconds = 3600;
+constexpr size_t kMaxNodeName = 64;
+
+// ---- values ------------------------------------------------------------------
 
 bool parseInt(const std::string& text, int min, int max, int* out) { return common::parseInt(text, min, max, out); }
 
@@ -23,14 +30,10 @@ bool parseSeconds(const std::string& text, double min, double max, double* out)
     return common::parseDecimal(text, min, max, out);
 }
 
-bool parseListen(const std::string& text, Options* options, std::string* why)
+bool setText(std::string* field, const std::string& value)
 {
-    common::Endpoint endpoint;
-    if (!common::parseEndpoint(text, options->listenPort, 0, &endpoint, why))
-        return false;
-    options->listenHost = endpoint.host;
-    options->listenPort = endpoint.port;
-    return true;
+    *field = value;
+    return !value.empty();
 }
 
 // HOST[:PORT] once, or STATION=HOST[:PORT] as often as there are controllers.
@@ -65,6 +68,16 @@ bool parsePlc(const std::string& text, Options* options, std::string* why)
     return true;
 }
 
+bool parseListen(const std::string& text, Options* options, std::string* why)
+{
+    common::Endpoint endpoint;
+    if (!common::parseEndpoint(text, options->listenPort, 0, &endpoint, why))
+        return false;
+    options->listenHost = endpoint.host;
+    options->listenPort = endpoint.port;
+    return true;
+}
+
 // "30d", "12h", "2w": how long the history keeps its data.
 bool parseKeep(const std::string& text, int* hours)
 {
@@ -80,24 +93,15 @@ bool parseKeep(const std::string& text, int* hours)
     return true;
 }
 
-// A token travels in addresses, cookies and headers: plain characters only.
-bool isTokenText(const std::string& text)
+// A panel's token travels in addresses, cookies and headers, and an MQTT
+// node is a topic level and a Home Assistant id: plain characters only.
+bool isPlainName(const std::string& text, size_t minSize, size_t maxSize)
 {
-    constexpr size_t kMinToken = 8;
-    constexpr size_t kMaxToken = 128;
-    if (text.size() < kMinToken || text.size() > kMaxToken)
+    if (text.size() < minSize || text.size() > maxSize)
         return false;
-    for (const char c : text)
-        if (!std::isalnum(static_cast<unsigned char>(c)) && c != '-' && c != '_')
-            return false;
-    return true;
+    return std::all_of(text.begin(), text.end(),
+                       [](char c) { return std::isalnum(static_cast<unsigned char>(c)) || c == '-' || c == '_'; });
 }
-
-// ---- the Modbus proxy's options ----
-
-constexpr int kMaxPort = 65535;
-constexpr int kMostModbusClients = 256;  // each holds a thread
-constexpr double kMostMaxAgeSeconds = 3600;
 
 // PORT alone listens on loopback; HOST alone on the Modbus port.
 bool parseModbusListen(const std::string& text, Options* options, std::string* why)
@@ -127,46 +131,41 @@ bool parseModbusAllow(const std::string& text, Options* options, std::string* wh
     return true;
 }
 
-bool checkModbusOptions(const Options& options, std::string* error)
+// HOST[:PORT]; a port left out is 0 until the command knows whether TLS
+// (--mqtt-ca, 8883) or plain TCP (1883) is wanted.
+bool parseMqtt(const std::string& text, Options* options, std::string* why)
 {
-    const Options defaults;
-    const bool tuned = !options.modbusAllow.empty() || options.modbusMaxAgeSeconds != defaults.modbusMaxAgeSeconds ||
-                       options.modbusMaxClients != defaults.modbusMaxClients;
-    if ((tuned || options.modbusListen) && options.command != "panel") {
-        *error = "--modbus-listen, --modbus-allow, --modbus-max-age and --modbus-max-clients are options of the "
-                 "panel command";
+    common::Endpoint endpoint;
+    if (!common::parseEndpoint(text, 0, 1, &endpoint, why))
         return false;
-    }
-    if (tuned && !options.modbusListen) {
-        *error = "--modbus-allow, --modbus-max-age and --modbus-max-clients need --modbus-listen";
-        return false;
-    }
-    Network address;
-    std::string why;
-    if (options.modbusListen && options.modbusAllow.empty() && parseListenAddress(options.modbusHost, &address, &why) &&
-        !isLoopback(address)) {
-        *error = "--modbus-listen " + options.modbusHost +
-                 " is off loopback: name the networks its clients may come from with --modbus-allow CIDR "
-                 "(a Modbus write carries no credentials)";
-        return false;
-    }
+    options->mqttHost = endpoint.host;
+    options->mqttPort = endpoint.port;
     return true;
 }
 
-// ---- the option table ----
+// ---- the options, in groups by the commands that take them -------------------
+
+using S = const std::string&;
+using W = std::string*;
 
 struct OptionRule {
     const char* name;
     const char* expected;  // empty for a flag
     // On failure *why may say what exactly was wrong.
     std::function<bool(Options*, const std::string&, std::string* why)> apply;
+    const char* needs = "";  // another option that must be given with it, and why
+    const char* needsWhy = "";
 };
 
-const std::vector<OptionRule>& optionRules()
+struct OptionGroup {
+    std::vector<std::string> commands;  // empty: every command
+    const char* why;                    // said after the commands to one who gave it to another
+    std::vector<OptionRule> rules;
+};
+
+std::vector<OptionRule> linkRules()
 {
-    using S = const std::string&;
-    using W = std::string*;
-    static const std::vector<OptionRule> rules = {
+    return {
         {"--plc", "HOST[:PORT] (port 1-65535), or STATION=HOST[:PORT] for each of several controllers",
          [](Options* o, S v, W why) { return parsePlc(v, o, why); }},
         {"--station", "a station number from 0 to 255",
@@ -179,77 +178,121 @@ const std::vector<OptionRule>& optionRules()
          [](Options* o, S v, W) { return parseInt(v, 0, kMaxRetries, &o->retries); }},
         {"--timeout", "seconds from 0.01 to 60",
          [](Options* o, S v, W) { return parseSeconds(v, 0.01, 60, &o->timeoutSeconds); }},
-        {"--interval", "seconds from 0.05 to 3600",
-         [](Options* o, S v, W) { return parseSeconds(v, 0.05, 3600, &o->intervalSeconds); }},
-        {"--duration", "seconds from 0.1 to 31536000",
-         [](Options* o, S v, W) { return parseSeconds(v, 0.1, 31536000, &o->durationSeconds); }},
         {"--demote-after", "a number of given-up requests from 1 to 1000",
          [](Options* o, S v, W) { return parseInt(v, 1, 1000, &o->demoteAfter); }},
         {"--demote-for", "seconds from 0.1 to 86400",
          [](Options* o, S v, W) { return parseSeconds(v, 0.1, 86400, &o->demoteForSeconds); }},
+        {"--driver", "the path of liblogo_modbus_tcp.so", [](Options* o, S v, W) { return setText(&o->driverPath, v); }},
         {"--trace", "", [](Options* o, S, W) { return o->trace = true; }},
         {"--format", "table, csv or jsonl",
          [](Options* o, S v, W) {
              o->format = v == "csv" ? Format::Csv : v == "jsonl" ? Format::Jsonl : Format::Table;
              return v == "table" || v == "csv" || v == "jsonl";
          }},
-        {"--driver", "the path of liblogo_modbus_tcp.so",
-         [](Options* o, S v, W) {
-             o->driverPath = v;
-             return !v.empty();
-         }},
-        {"--screens", "the path of a screens file (JSON)",
-         [](Options* o, S v, W) {
-             o->screensPath = v;
-             return !v.empty();
-         }},
+        {"--interval", "seconds from 0.05 to 3600",
+         [](Options* o, S v, W) { return parseSeconds(v, 0.05, 3600, &o->intervalSeconds); }},
+        {"--duration", "seconds from 0.1 to 31536000",
+         [](Options* o, S v, W) { return parseSeconds(v, 0.1, 31536000, &o->durationSeconds); }},
+        {"--help", "", [](Options* o, S, W) { return o->help = true; }},
+    };
+}
+
+std::vector<OptionRule> plantRules()
+{
+    return {
+        {"--screens", "the path of a screens file (JSON)", [](Options* o, S v, W) { return setText(&o->screensPath, v); }},
+        {"--read-only", "", [](Options* o, S, W) { return o->readOnly = true; }},
+        {"--data", "the folder of the panel's history", [](Options* o, S v, W) { return setText(&o->dataDirectory, v); }},
+        {"--keep", "a duration: hours, days or weeks, e.g. 12h, 30d, 8w",
+         [](Options* o, S v, W) { return parseKeep(v, &o->keepHours); }},
+    };
+}
+
+std::vector<OptionRule> httpRules()
+{
+    return {
         {"--listen", "HOST or HOST:PORT (port 0-65535, 0: any free port)",
          [](Options* o, S v, W why) { return parseListen(v, o, why); }},
         {"--token", "8 to 128 letters, digits, '-' or '_'",
-         [](Options* o, S v, W) {
-             o->token = v;
-             return isTokenText(v);
-         }},
-        {"--read-only", "", [](Options* o, S, W) { return o->readOnly = true; }},
+         [](Options* o, S v, W) { return setText(&o->token, v) && isPlainName(v, 8, 128); }},
         {"--max-viewers", "a number of open screens from 1 to 1000",
          [](Options* o, S v, W) { return parseInt(v, 1, 1000, &o->maxViewers); }},
-        {"--data", "the folder of the panel's history",
-         [](Options* o, S v, W) {
-             o->dataDirectory = v;
-             return !v.empty();
-         }},
-        {"--keep", "a duration: hours, days or weeks, e.g. 12h, 30d, 8w",
-         [](Options* o, S v, W) { return o->keepGiven = parseKeep(v, &o->keepHours); }},
-        {"--scan-period", "seconds from 0 to 60",
-         [](Options* o, S v, W) { return o->scanPeriodGiven = parseSeconds(v, 0, 60, &o->scanPeriodSeconds); }},
-        // the Modbus proxy
+    };
+}
+
+std::vector<OptionRule> proxyRules()
+{
+    const char* listen = "--modbus-listen";
+    const char* why = "it is a setting of the Modbus proxy, which --modbus-listen starts";
+    return {
         {"--modbus-listen", "PORT (on 127.0.0.1) or HOST:PORT (a numeric address; port 0-65535, 0: any free port)",
          [](Options* o, S v, W why) { return parseModbusListen(v, o, why); }},
         {"--modbus-allow", "a network as ADDRESS/PREFIX, e.g. 192.168.0.0/24 or fd00::/8, or one ADDRESS",
-         [](Options* o, S v, W why) { return parseModbusAllow(v, o, why); }},
+         [](Options* o, S v, W why) { return parseModbusAllow(v, o, why); }, listen, why},
         {"--modbus-max-age", "seconds from 0 to 3600",
-         [](Options* o, S v, W) { return parseSeconds(v, 0, kMostMaxAgeSeconds, &o->modbusMaxAgeSeconds); }},
+         [](Options* o, S v, W) { return parseSeconds(v, 0, kMostMaxAgeSeconds, &o->modbusMaxAgeSeconds); }, listen,
+         why},
         {"--modbus-max-clients", "a number of clients from 1 to 256",
-         [](Options* o, S v, W) { return parseInt(v, 1, kMostModbusClients, &o->modbusMaxClients); }},
-
-        {"--help", "", [](Options* o, S, W) { return o->help = true; }},
-        {"-h", "", [](Options* o, S, W) { return o->help = true; }},
+         [](Options* o, S v, W) { return parseInt(v, 1, kMostModbusClients, &o->modbusMaxClients); }, listen, why},
     };
-    return rules;
 }
 
-const OptionRule* findOption(const std::string& name)
+std::vector<OptionRule> mqttRules()
 {
-    for (const OptionRule& rule : optionRules())
-        if (name == rule.name)
-            return &rule;
-    return nullptr;
+    const char* mqtt = "--mqtt";
+    const char* why = "it is a setting of the broker's connection, which --mqtt starts";
+    return {
+        {"--mqtt", "HOST[:PORT] (port 1-65535; 1883 by default, 8883 with --mqtt-ca; IPv6 as [ADDR]:PORT)",
+         [](Options* o, S v, W why) { return parseMqtt(v, o, why); }},
+        {"--mqtt-user", "a user name", [](Options* o, S v, W) { return setText(&o->mqttUser, v); }, mqtt, why},
+        {"--mqtt-password-file", "the path of a file holding the password",
+         [](Options* o, S v, W) { return setText(&o->mqttPasswordFile, v); }, "--mqtt-user",
+         "MQTT sends a password only with a user name"},
+        {"--mqtt-ca", "the path of the CA certificates (PEM) that the broker's certificate is checked against",
+         [](Options* o, S v, W) { return setText(&o->mqttCa, v); }, mqtt, why},
+        {"--mqtt-node", "1 to 64 letters, digits, '-' or '_'",
+         [](Options* o, S v, W) { return setText(&o->mqttNode, v) && isPlainName(v, 1, kMaxNodeName); }, mqtt, why},
+    };
+}
+
+const std::vector<OptionGroup>& optionGroups()
+{
+    static const std::vector<OptionGroup> groups = {
+        {{}, "", linkRules()},
+        {{"watch", "panel", "bridge"},
+         ", which scan until stopped",
+         {{"--scan-period", "seconds from 0 to 60",
+           [](Options* o, S v, W) { return parseSeconds(v, 0, 60, &o->scanPeriodSeconds); }}}},
+        {{"panel", "bridge"}, "", plantRules()},
+        {{"panel"}, "", httpRules()},
+        {{"panel", "bridge"}, "", proxyRules()},
+        {{"panel", "bridge"}, "", mqttRules()},
+    };
+    return groups;
+}
+
+struct FoundOption {
+    const OptionGroup* group = nullptr;
+    const OptionRule* rule = nullptr;
+};
+
+FoundOption findOption(const std::string& name)
+{
+    const std::string longName = name == "-h" ? "--help" : name;
+    for (const OptionGroup& group : optionGroups())
+        for (const OptionRule& rule : group.rules)
+            if (longName == rule.name)
+                return {&group, &rule};
+    return {};
 }
 
 bool isCommand(const std::string& word)
 {
-    return word == "watch" || word == "read" || word == "write" || word == "panel" || word == "sim";
+    return word == "watch" || word == "read" || word == "write" || word == "panel" || word == "bridge" ||
+           word == "sim";
 }
+
+const char* const kCommands = "expected watch, read, write, panel, bridge or sim (see logohost --help)";
 
 // One option at argv[*i]; advances *i past its value.
 bool applyOption(int argc, char** argv, int* i, Options* options, std::string* error)
@@ -262,7 +305,7 @@ bool applyOption(int argc, char** argv, int* i, Options* options, std::string* e
         value = name.substr(equals + 1);
         name.erase(equals);
     }
-    const OptionRule* rule = findOption(name);
+    const OptionRule* rule = findOption(name).rule;
     if (!rule) {
         *error = "unknown option \"" + name + "\" (see logohost --help)";
         return false;
@@ -285,6 +328,7 @@ bool applyOption(int argc, char** argv, int* i, Options* options, std::string* e
                  rule->expected;
         return false;
     }
+    options->given.push_back(rule->name);
     return true;
 }
 
@@ -326,136 +370,64 @@ bool applyConfigFile(const std::string& path, Options* options, std::string* err
     return true;
 }
 
-bool checkArguments(const Options& options, std::string* error)
+// "the panel command", "the panel and bridge commands"
+std::string commandsText(const std::vector<std::string>& commands)
 {
-    if (options.command.empty()) {
-        *error = "no command given: expected watch, read, write, panel or sim (see logohost --help)";
-        return false;
-    }
-    if (!checkModbusOptions(options, error))
-        return false;
-    const bool panelOptions = !options.screensPath.empty() || !options.listenHost.empty() || !options.token.empty() ||
-                              options.readOnly || options.maxViewers != Options().maxViewers ||
-                              !options.dataDirectory.empty() || options.keepGiven;
-    if (options.command != "panel" && panelOptions) {
-        *error = "--screens, --listen, --token, --read-only, --max-viewers, --data and --keep are options of the panel "
-                 "command";
-        return false;
-    }
-    if (options.scanPeriodGiven && options.command != "watch" && options.command != "panel") {
-        *error = "--scan-period is an option of watch and panel, which scan until stopped";
-        return false;
-    }
-    if (options.command == "panel") {
-        if (options.args.empty())
-            return true;
-        *error = "panel takes no variables: its screens come from --screens FILE (or the built-in ones)";
-        return false;
-    }
-    if (options.command != "sim" && options.args.empty()) {
-        *error = options.command + " needs at least one " +
-                 (options.command == "write" ? "VAR=VALUE, e.g. logohost write VW0=123"
-                                             : "variable, e.g. logohost " + options.command + " VW0:4 Q1");
-        return false;
+    std::string text = "the ";
+    for (size_t c = 0; c < commands.size(); ++c)
+        text += (c == 0 ? "" : c + 1 == commands.size() ? " and " : ", ") + commands[c];
+    return text + (commands.size() == 1 ? " command" : " commands");
+}
+
+// Every option given belongs to the command, with what it needs beside it.
+bool checkOptionsFitCommand(const Options& options, std::string* error)
+{
+    for (const std::string& name : options.given) {
+        const FoundOption found = findOption(name);
+        const std::vector<std::string>& commands = found.group->commands;
+        if (!commands.empty() && std::find(commands.begin(), commands.end(), options.command) == commands.end()) {
+            *error = name + " is an option of " + commandsText(commands) + found.group->why;
+            return false;
+        }
+        const std::string needs = found.rule->needs;
+        if (!needs.empty() && std::find(options.given.begin(), options.given.end(), needs) == options.given.end()) {
+            *error = name + " needs " + needs + ": " + found.rule->needsWhy;
+            return false;
+        }
     }
     return true;
 }
 
-const char* const kUsageIntro = R"(usage: logohost [OPTIONS] COMMAND ARGUMENTS...
-
-Exchanges data with a Siemens LOGO! controller over Modbus TCP through the
-driver liblogo_modbus_tcp.so. Without --plc it starts a built-in simulated
-controller on a free loopback port.
-)";
-
-const char* const kUsageCommands = R"(Commands:
-  watch VAR...          scan the variables cyclically and show them live
-  read VAR...           read the variables once (one full scan) and print them
-  write VAR=VALUE...    write values to the controller and wait for each result
-  panel [--screens FILE] [--listen HOST:PORT] [--token TOKEN] [--read-only]
-                        serve an operator panel to browsers and print its address
-  sim [--listen HOST:PORT] [--animate] [--fault KIND[:every=N]...]...
-                        run the simulated controller as a server (sim --help)
-)";
-
-const char* const kUsageVariables = R"(Variables (count :N, station @S with --stations):
-  I1-I24  Q1-Q20  M1-M64  V0.0-V850.7 (byte.bit)  AI1-AI8  AQ1-AQ8  AM1-AM64
-  VW0-VW848 and VD0-VD846 by even V byte number (VD: 32 bits, high word first)
-  e.g. VW0:8  Q1:4  V10.3  AM5:2  VW0:4@2
-Values: bits 0/1, on/off, true/false; words -32768..65535 or 0xFFFF; VD 32-bit.
-  Several elements: VW0:3=1,2,3
-)";
-
-const char* const kUsageOptions = R"(Options:
-  --plc HOST[:PORT]     the controller (port 502 by default; IPv6 as [ADDR]:PORT)
-  --station N           Modbus unit identifier (default 1)
-  --stations            several stations: variables carry @STATION
-  --demote-after N      with --stations, switch a station off after N given-up
-                        requests in a row (default 3)
-  --demote-for SECONDS  ... for this long (default 10)
-  --remote-mode         use the driver's remote-mode frames instead of Modbus
-  --max-block N         most words in one request (1-125, default 64)
-  --retries N           failed replies before a request is given up (default 2)
-  --timeout SECONDS     reply time-out (default 1)
-  --interval SECONDS    watch: display refresh / scan line period (default 1)
-  --scan-period SECONDS watch, panel: one pass over the scanned variables per
-                        period at most (default 0.5, a few frames a second,
-                        which a LOGO! serves beside its other clients with
-                        ease; 0: as fast as the link goes, for measurements)
-  --duration SECONDS    watch, panel: stop after this long (default: until Ctrl-C)
-  --format FORMAT       table (default), csv or jsonl
-  --trace               every frame in hex on standard error
-  --driver PATH         the driver library (default: beside logohost)
-  --config FILE         options from a settings file, one a line without its
-                        "--" ("plc 192.168.0.3"); the service reads
-                        /etc/logohost/panel.conf
-  --help                this text
-)";
-
-const char* const kUsagePanel = R"(Panel options:
-  --screens FILE        the screens (JSON; see README.md); default: built-in
-                        screens for the simulator
-  --listen HOST[:PORT]  where browsers connect (default 127.0.0.1:8502; port 0:
-                        any free port). Off loopback, changes need a token.
-  --token TOKEN         the token changes need (default: none on loopback,
-                        else generated and printed in the address)
-  --read-only           no writes and no station switching, and no controls
-  --data DIR            where the history is kept (trend samples, alarms, the
-                        journal): default $XDG_STATE_HOME/logohost, else
-                        ~/.local/state/logohost; /var/lib/logohost as a service
-  --keep DURATION       how long the history keeps its data (default 30d)
-  --max-viewers N       screens open in browsers at once (default 150): each
-                        open screen holds one of the server's threads; a page
-                        past the limit says so and tries again every 5 s
-  The panel scans only the screens some browser shows (or a script polled in
-  the last 10 s), plus the trended variables, always.
-)";
-
-const char* const kUsageModbus = R"(Panel options, the Modbus proxy (see README.md, "Sharing the connection"):
-  --modbus-listen PORT|HOST:PORT
-                        serve Modbus TCP clients through the host's connection
-                        (a bare port listens on 127.0.0.1; HOST alone: port 502)
-  --modbus-allow CIDR   accept clients from this network only (repeatable);
-                        needed to listen off loopback
-  --modbus-max-age SECONDS
-                        answer a read from the scan's image when the scan read
-                        it within this age (default: the scan period; 0: every
-                        read goes to the controller)
-  --modbus-max-clients N
-                        clients at once (default 32); past it a client's first
-                        request gets exception 0A and it is closed
-  Writes are answered once the controller took them; --read-only refuses them
-  with exception 01. A controller that does not answer gives exception 0B.
-)";
-
-const char* const kUsageExamples = R"(Examples:
-  logohost watch VW0:4 AI1:2 Q1:4
-  logohost --plc 192.168.0.3 read AM1:4 V10.3 --format csv
-  logohost --plc 192.168.0.3 write VW0=1234 Q1=on VD4=-100000
-  logohost --stations --plc 192.168.0.3 watch VW0:2@1 VW0:2@2 --demote-after 1
-  logohost panel --plc 192.168.0.3 --screens pumps.json
-  logohost sim --listen 127.0.0.1:5020 --animate --fault late:every=10:delay=1500
-)";
+bool checkArguments(const Options& options, std::string* error)
+{
+    const auto refuse = [error](const std::string& message) {
+        *error = message;
+        return false;
+    };
+    if (options.command.empty())
+        return refuse(std::string("no command given: ") + kCommands);
+    if (!checkOptionsFitCommand(options, error))
+        return false;
+    if (options.command == "bridge" && options.mqttHost.empty())
+        return refuse("bridge needs --mqtt HOST[:PORT]: the broker to publish the plant to");
+    Network address;
+    std::string why;
+    if (options.modbusListen && options.modbusAllow.empty() && parseListenAddress(options.modbusHost, &address, &why) &&
+        !isLoopback(address))
+        return refuse("--modbus-listen " + options.modbusHost +
+                      " is off loopback: name the networks its clients may come from with --modbus-allow CIDR "
+                      "(a Modbus write carries no credentials)");
+    if (options.command == "panel" || options.command == "bridge") {
+        if (options.args.empty())
+            return true;
+        return refuse(options.command + " takes no variables: its screens come from --screens FILE (or the built-in ones)");
+    }
+    if (options.command != "sim" && options.args.empty())
+        return refuse(options.command + " needs at least one " +
+                      (options.command == "write" ? "VAR=VALUE, e.g. logohost write VW0=123"
+                                                  : "variable, e.g. logohost " + options.command + " VW0:4 Q1"));
+    return true;
+}
 
 }  // namespace
 
@@ -479,8 +451,7 @@ ParseStatus parseOptions(int argc, char** argv, Options* out, std::string* error
                 return kParseError;
         } else if (options.command.empty()) {
             if (!isCommand(word)) {
-                *error = "unknown command \"" + word +
-                         "\": expected watch, read, write, panel or sim (see logohost --help)";
+                *error = "unknown command \"" + word + "\": " + kCommands;
                 return kParseError;
             }
             options.command = word;
@@ -495,16 +466,6 @@ ParseStatus parseOptions(int argc, char** argv, Options* out, std::string* error
         return kParseError;
     *out = options;
     return kParsed;
-}
-
-std::string usageText()
-{
-    // One text per section of --help.
-    std::string text;
-    for (const char* section :
-         {kUsageIntro, kUsageCommands, kUsageVariables, kUsageOptions, kUsagePanel, kUsageModbus, kUsageExamples})
-        text += std::string(section) + (section == kUsageExamples ? "" : "\n");
-    return text;
 }
 
 }  // namespace logohost

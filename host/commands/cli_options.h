@@ -19,7 +19,7 @@ struct PlcOption {
 };
 
 struct Options {
-    std::string command;            // watch, read, write, panel or sim
+    std::string command;            // watch, read, write, panel, bridge or sim
     std::vector<std::string> args;  // variables, VAR=VALUE pairs, or the simulator's own arguments
     std::vector<PlcOption> plcs;    // empty: the built-in simulator
     int station = 1;
@@ -33,11 +33,9 @@ struct Options {
     // a second are nothing to a LOGO! beside its other clients, and a screen
     // shows a change within half a second.
     double scanPeriodSeconds = 0.5;
-    bool scanPeriodGiven = false;
     // panel: its history
     std::string dataDirectory;  // empty: the user's state folder
     int keepHours = 30 * 24;
-    bool keepGiven = false;
     double durationSeconds = 0;  // 0: until interrupted
     int demoteAfter = 3;
     double demoteForSeconds = 10;
@@ -58,7 +56,16 @@ struct Options {
     std::vector<std::string> modbusAllow;  // networks its clients may come from; empty: loopback only
     double modbusMaxAgeSeconds = -1;       // negative: the scan period
     int modbusMaxClients = 32;
+    // bridge, and panel with --mqtt: the MQTT broker
+    std::string mqttHost;          // empty: no broker
+    int mqttPort = 0;              // 0: 1883, or 8883 with --mqtt-ca
+    std::string mqttUser;          // empty: anonymous
+    std::string mqttPasswordFile;
+    std::string mqttPassword;      // read from the file before any I/O, never from the command line
+    std::string mqttCa;            // empty: plain TCP
+    std::string mqttNode;          // empty: the host name, made fit for a topic
     bool help = false;
+    std::vector<std::string> given;  // the options given, by their long names, in order
 };
 
 enum ParseStatus { kParsed, kParseError };

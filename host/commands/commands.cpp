@@ -47,8 +47,8 @@ std::unique_ptr<Session> startScan(CommandContext& context, bool paced, Session:
 
 bool prepareCommand(Options* options, std::string* error)
 {
-    if (options->command == "panel")
-        return preparePanel(options, error);
+    if (options->command == "panel" || options->command == "bridge")
+        return preparePanel(options, error) && prepareMqtt(options, error);
     if (options->command != "write") {
         std::vector<Variable> variables;
         return parseVariables(*options, &variables, error);
@@ -90,6 +90,8 @@ bool preparePanel(Options*, std::string* error)
 }
 
 int runPanel(CommandContext&) { return kExitUsage; }
+int runBridge(CommandContext&) { return kExitUsage; }
+bool prepareMqtt(Options*, std::string*) { return false; }
 #endif
 
 }  // namespace logohost

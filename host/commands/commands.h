@@ -1,4 +1,4 @@
-// The subcommands watch, read, write and panel, and what they share.
+// The subcommands watch, read, write, panel and bridge, and what they share.
 #ifndef LOGOHOST_COMMANDS_H
 #define LOGOHOST_COMMANDS_H
 
@@ -35,6 +35,13 @@ int runPanel(CommandContext& context);
 // The panel's screens file, read before any I/O; its controllers, when it
 // names them, become the command's.
 bool preparePanel(Options* options, std::string* error);
+
+// The MQTT bridge, when this logohost is built with the panel: the plant's
+// runtime without HTTP, on a broker, until Ctrl-C.
+int runBridge(CommandContext& context);
+// What --mqtt needs before any I/O: its CA file readable, the password from
+// its file.
+bool prepareMqtt(Options* options, std::string* error);
 
 bool parseVariables(const Options& options, std::vector<Variable>* out, std::string* error);
 

@@ -3,18 +3,15 @@
 #include <thread>
 
 #include "host/commands/commands.h"
-#include "host/commands/interrupt.h"
-#include "host/commands/plant_runtime.h"
+#include "host/commands/gateway.h"
 #include "host/panel/http_security.h"
 #include "host/panel/panel_server.h"
-#include "host/proxy/modbus_proxy.h"
 
 namespace logohost {
 namespace {
 
 constexpr const char* kDefaultListenHost = "127.0.0.1";
 constexpr size_t kBodyLimit = 4096;  // the largest request a panel sends is a read of 64 variables
-constexpr std::chrono::milliseconds kWakeUp{200};  // leases and alarms look at the clock this often
 
 ServerSettings serverSettings(const Options& options, const std::string& dataDirectory)
 {
@@ -40,40 +37,6 @@ void announce(const PanelServer& server, const ServerSettings& settings, const O
         std::printf("Read-only: no writes, no station switching, no acknowledging.\n");
     std::printf("History in %s. Ctrl-C to stop.\n", settings.historyDirectory.c_str());
     std::fflush(stdout);
-}
-
-// ---- the Modbus proxy ----
-
-std::unique_ptr<ModbusProxy> modbusProxy(const Options& options, PlantRuntime& plant)
-{
-    if (!options.modbusListen)
-        return nullptr;
-    const SessionSettings& sessionSettings = plant.session().settings();
-    ProxyPolicy policy;
-    policy.readOnly = options.readOnly;
-    policy.multiStation = sessionSettings.multiStation;
-    policy.defaultStation = sessionSettings.defaultStation;
-    for (const PlcOption& plc : options.plcs)
-        if (plc.station >= 0)
-            policy.stations.push_back(plc.station);
-    policy.maxBlock = options.maxBlock;
-    // By default what the scan brought in within its own period needs no
-    // frame: a client sees values as fresh as the panel's screens show.
-    policy.maxAge = options.modbusMaxAgeSeconds < 0 ? sessionSettings.scanPeriod
-                                                    : milliseconds(options.modbusMaxAgeSeconds);
-    ProxySettings settings;
-    settings.host = options.modbusHost;
-    settings.port = options.modbusPort;
-    settings.maxClients = options.modbusMaxClients;
-    for (const std::string& text : options.modbusAllow) {
-        Network network;
-        std::string why;
-        if (parseNetwork(text, &network, &why))  // checked with the command line
-            settings.allowed.push_back(network);
-    }
-    settings.log = complain;
-    return std::unique_ptr<ModbusProxy>(new ModbusProxy(plant.session(), policy, settings,
-                                                        [&plant](const ActionRecord& action) { plant.record(action); }));
 }
 
 }  // namespace
@@ -107,33 +70,24 @@ int runPanel(CommandContext& context)
     PlantRuntime plant(context, std::move(screens));
     const ServerSettings settings = serverSettings(options, plant.dataDirectory());
     PanelServer server(plant.model(), plant.actions(), plant.alarms(), plant.history(), settings);
+    Gateway gateway(options, plant);
     if (!server.bind(&error)) {
         complain(error + "; choose another with --listen HOST:PORT");
         return kExitFailed;
     }
-    const std::unique_ptr<ModbusProxy> proxy = modbusProxy(options, plant);
-    if (proxy && !proxy->bind(&error)) {
-        complain(error + "; choose another with --modbus-listen HOST:PORT");
+    if (!gateway.bind(&error)) {
+        complain(error);
         return kExitFailed;
     }
     plant.start();
-    if (proxy)
-        proxy->start();
     std::thread http([&server] { server.run(); });
     announce(server, settings, options, context.links);
-    if (proxy) {
-        std::printf("Modbus clients: %s\n", proxy->address().c_str());
-        std::fflush(stdout);
-    }
-
-    const bool forever = options.durationSeconds <= 0;
-    const auto end = std::chrono::steady_clock::now() + milliseconds(options.durationSeconds);
-    while (sleepUnlessInterrupted(kWakeUp) && (forever || std::chrono::steady_clock::now() < end))
-        plant.tick();
+    gateway.start();  // a broker that cannot be used is said, and the pages go on
+    gateway.announce();
+    plant.run(options.durationSeconds);
     server.stop();
     http.join();
-    if (proxy)
-        proxy->stop();
+    gateway.stop();
     plant.stop();
     return kExitOk;
 }

@@ -1,9 +1,12 @@
 #include "host/commands/plant_runtime.h"
 
+#include "host/commands/interrupt.h"
+
 namespace logohost {
 namespace {
 
 constexpr size_t kRestoredAlarmEvents = 100000;
+constexpr std::chrono::milliseconds kWakeUp{200};  // leases and alarms look at the clock this often
 constexpr size_t kHistoryMemory = 200000;  // samples held while the disk cannot be written
 
 std::string dataDirectoryOf(const Options& options)
@@ -65,6 +68,14 @@ void PlantRuntime::tick()
 {
     model_.refreshLeases();
     alarms_.evaluate();
+}
+
+void PlantRuntime::run(double durationSeconds)
+{
+    const bool forever = durationSeconds <= 0;
+    const auto end = std::chrono::steady_clock::now() + milliseconds(durationSeconds);
+    while (sleepUnlessInterrupted(kWakeUp) && (forever || std::chrono::steady_clock::now() < end))
+        tick();
 }
 
 void PlantRuntime::stop() { session_.stop(); }

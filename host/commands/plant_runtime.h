@@ -32,6 +32,8 @@ public:
     // Now and then from the command's own thread: leases that ran out,
     // alarms whose values went stale.
     void tick();
+    // Ticks until Ctrl-C, or for the duration when it is positive.
+    void run(double durationSeconds);
     void stop();
     // Into the journal: what someone did, through whichever front.
     void record(const ActionRecord& action);

@@ -60,12 +60,13 @@ TEST(CommandLine, PlcAddressForms)
     }
 }
 
-TEST(CommandLine, PanelOptions)
+TEST(CommandLine, PlantOptions)
 {
     Options options;
     std::string error;
     ASSERT_EQ(parse({"panel", "--screens", "pumps.json", "--listen", "[::1]:0", "--token", "s3cret-Token_1",
-                     "--read-only", "--scan-period", "0"},
+                     "--read-only", "--scan-period", "0", "--modbus-listen", "0.0.0.0:5502", "--modbus-allow",
+                     "192.168.0.0/24", "--modbus-allow", "fd00::1", "--mqtt", "[::1]:1884", "--mqtt-node", "hall-2"},
                     &options, &error),
               kParsed)
         << error;
@@ -76,11 +77,20 @@ TEST(CommandLine, PanelOptions)
     EXPECT_EQ(options.token, "s3cret-Token_1");
     EXPECT_TRUE(options.readOnly);
     EXPECT_DOUBLE_EQ(options.scanPeriodSeconds, 0);
+    EXPECT_TRUE(options.modbusListen);
+    EXPECT_EQ(options.modbusHost, "0.0.0.0");
+    EXPECT_EQ(options.modbusPort, 5502);
+    EXPECT_EQ(options.mqttHost, "::1");
+    EXPECT_EQ(options.mqttPort, 1884);
+    ASSERT_EQ(parse({"bridge", "--mqtt", "broker.lan", "--modbus-listen", "5502"}, &options, &error), kParsed) << error;
+    EXPECT_EQ(options.modbusHost, "127.0.0.1");  // a port alone listens on loopback
+    EXPECT_EQ(options.mqttPort, 0);              // 1883 or 8883, once TLS is known
 }
 
 TEST(CommandLine, BadOnesAreRejectedWithAClearMessage)
 {
-    const std::string kCommands = "expected watch, read, write, panel or sim (see logohost --help)";
+    const std::string kCommands = "expected watch, read, write, panel, bridge or sim (see logohost --help)";
+    const std::string kProxy = ": it is a setting of the Modbus proxy, which --modbus-listen starts";
     const std::string kPlc = "expected HOST[:PORT] (port 1-65535), or STATION=HOST[:PORT] for each of several controllers";
     const struct {
         std::vector<std::string> words;
@@ -104,14 +114,15 @@ TEST(CommandLine, BadOnesAreRejectedWithAClearMessage)
         {{"--plc", "a", "--plc", "2=b", "read", "VW0"},
          "bad value \"2=b\" for --plc: give one HOST[:PORT], or STATION=HOST[:PORT] for each of several controllers; " +
              kPlc},
-        {{"read", "VW0", "--scan-period", "1"}, "--scan-period is an option of watch and panel, which scan until stopped"},
+        {{"read", "VW0", "--scan-period", "1"},
+         "--scan-period is an option of the watch, panel and bridge commands, which scan until stopped"},
         {{"--max-block", "126", "read", "VW0"},
          "bad value \"126\" for --max-block: expected a number of words from 1 to 125"},
         {{"read", "VW0", "--interval"}, "option --interval needs a value: seconds from 0.05 to 3600"},
         {{"read", "VW0", "--trace=yes"}, "option --trace takes no value, got \"yes\""},
         {{"panel", "VW0"}, "panel takes no variables: its screens come from --screens FILE (or the built-in ones)"},
-        {{"watch", "VW0", "--read-only"},
-         "--screens, --listen, --token, --read-only, --max-viewers, --data and --keep are options of the panel command"},
+        {{"watch", "VW0", "--read-only"}, "--read-only is an option of the panel and bridge commands"},
+        {{"bridge", "--mqtt", "b", "--token", "s3cret-Token_1"}, "--token is an option of the panel command"},
         {{"panel", "--keep", "30"}, "bad value \"30\" for --keep: expected a duration: hours, days or weeks, e.g. 12h, 30d, 8w"},
         {{"panel", "--token", "short"}, "bad value \"short\" for --token: expected 8 to 128 letters, digits, '-' or '_'"},
         {{"panel", "--token", "has space 123"},
@@ -120,6 +131,30 @@ TEST(CommandLine, BadOnesAreRejectedWithAClearMessage)
          "bad value \"127.0.0.1:65536\" for --listen: the port '65536' is not a number from 0 to 65535; expected HOST or "
          "HOST:PORT (port 0-65535, 0: any free port)"},
         {{"panel", "--scan-period", "-1"}, "bad value \"-1\" for --scan-period: expected seconds from 0 to 60"},
+        // the Modbus proxy
+        {{"panel", "--modbus-listen", "70000"},
+         "bad value \"70000\" for --modbus-listen: the port must be a number from 0 to 65535; expected PORT (on "
+         "127.0.0.1) or HOST:PORT (a numeric address; port 0-65535, 0: any free port)"},
+        {{"panel", "--modbus-listen", "plc.example:5502"},
+         "bad value \"plc.example:5502\" for --modbus-listen: 'plc.example' is not a numeric IPv4 or IPv6 address (or localhost); "
+         "expected PORT (on 127.0.0.1) or HOST:PORT (a numeric address; port 0-65535, 0: any free port)"},
+        {{"panel", "--modbus-listen", "0.0.0.0:5502"},
+         "--modbus-listen 0.0.0.0 is off loopback: name the networks its clients may come from with --modbus-allow "
+         "CIDR (a Modbus write carries no credentials)"},
+        {{"panel", "--modbus-listen", "5502", "--modbus-allow", "10.0.0.0/33"},
+         "bad value \"10.0.0.0/33\" for --modbus-allow: the prefix after '/' must be a number from 0 to 32; expected a "
+         "network as ADDRESS/PREFIX, e.g. 192.168.0.0/24 or fd00::/8, or one ADDRESS"},
+        {{"panel", "--modbus-max-clients", "4"}, "--modbus-max-clients needs --modbus-listen" + kProxy},
+        {{"read", "VW0", "--modbus-listen", "5502"}, "--modbus-listen is an option of the panel and bridge commands"},
+        // MQTT
+        {{"bridge"}, "bridge needs --mqtt HOST[:PORT]: the broker to publish the plant to"},
+        {{"read", "VW0", "--mqtt", "b"}, "--mqtt is an option of the panel and bridge commands"},
+        {{"panel", "--mqtt", "b", "--mqtt-password-file", "f"},
+         "--mqtt-password-file needs --mqtt-user: MQTT sends a password only with a user name"},
+        {{"panel", "--mqtt-node", "hall"},
+         "--mqtt-node needs --mqtt: it is a setting of the broker's connection, which --mqtt starts"},
+        {{"bridge", "--mqtt", "b", "--mqtt-node", "a/b"},
+         "bad value \"a/b\" for --mqtt-node: expected 1 to 64 letters, digits, '-' or '_'"},
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.message);
