@@ -10,13 +10,11 @@ namespace logohost {
 int runBridge(CommandContext& context)
 {
     const Options& options = context.options;
-    ScreenSet screens;
-    std::string error;
-    if (!plantScreens(options, &screens, &error)) {
-        complain(error);
+    const std::unique_ptr<PlantRuntime> opened = openPlant(context);
+    if (!opened)
         return kExitUsage;
-    }
-    PlantRuntime plant(context, std::move(screens));
+    PlantRuntime& plant = *opened;
+    std::string error;
     Gateway gateway(options, plant);
     if (!gateway.bind(&error)) {
         complain(error);

@@ -61,13 +61,11 @@ bool preparePanel(Options* options, std::string* error)
 int runPanel(CommandContext& context)
 {
     const Options& options = context.options;
-    ScreenSet screens;
-    std::string error;
-    if (!plantScreens(options, &screens, &error)) {
-        complain(error);
+    const std::unique_ptr<PlantRuntime> opened = openPlant(context);
+    if (!opened)
         return kExitUsage;
-    }
-    PlantRuntime plant(context, std::move(screens));
+    PlantRuntime& plant = *opened;
+    std::string error;
     const ServerSettings settings = serverSettings(options, plant.dataDirectory());
     PanelServer server(plant.model(), plant.actions(), plant.alarms(), plant.history(), settings);
     Gateway gateway(options, plant);

@@ -34,6 +34,17 @@ bool plantScreens(const Options& options, ScreenSet* out, std::string* error)
     return loadScreensFile(options.screensPath, stations, out, error);
 }
 
+std::unique_ptr<PlantRuntime> openPlant(CommandContext& context)
+{
+    ScreenSet screens;
+    std::string error;
+    if (!plantScreens(context.options, &screens, &error)) {
+        complain(error);
+        return nullptr;
+    }
+    return std::unique_ptr<PlantRuntime>(new PlantRuntime(context, std::move(screens)));
+}
+
 PlantRuntime::PlantRuntime(CommandContext& context, ScreenSet screens)
     : dataDirectory_(dataDirectoryOf(context.options)),
       history_(HistorySettings{dataDirectory_, std::chrono::hours(context.options.keepHours), {}, kHistoryMemory}),

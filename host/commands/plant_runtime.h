@@ -19,6 +19,11 @@ namespace logohost {
 // The screens the options name, or the built-in ones.
 bool plantScreens(const Options& options, ScreenSet* out, std::string* error);
 
+class PlantRuntime;
+// The runtime over the command's screens; null after saying what was wrong
+// with them.
+std::unique_ptr<PlantRuntime> openPlant(CommandContext& context);
+
 class PlantRuntime {
 public:
     // Opens the history (in memory only, said on standard error, when its

@@ -3,6 +3,7 @@
 #include <cmath>
 #include <cstdio>
 
+#include "host/alarms/plant_json.h"
 #include "host/notation/time_text.h"
 
 namespace logohost {
@@ -26,19 +27,11 @@ Json itemConfigJson(const PanelItem& item)
 }
 
 // The shown value as the item's decimals show it: 91.1, never 91.10000000000001.
-double rounded(double value, int decimals)
-{
-    const double scale = std::pow(10.0, decimals);
-    return std::round(value * scale) / scale;
-}
-
 // "stale", "no reply: connection refused": the page's state line.
 std::string stateText(const ElementStatus& element)
 {
     return element.quality == Quality::Stale ? "stale" : qualityWords(element);
 }
-
-Json timeOrNull(int64_t epochMs) { return epochMs ? Json(isoTime(epochMs)) : Json(nullptr); }
 
 Json healthJson(const LinkHealth& health)
 {
@@ -78,23 +71,6 @@ Json historyJson(const ServerFigures& server)
             {"fileBytes", h.fileBytes}};
 }
 
-Json alarmJson(const AlarmStatus& alarm)
-{
-    const AlarmRule& rule = *alarm.rule;
-    return {{"id", rule.id},
-            {"text", rule.text},
-            {"class", alarmClassName(rule.alarmClass)},
-            {"var", rule.varText},
-            {"state", alarmStateName(alarm.state)},
-            {"since", timeOrNull(alarm.sinceMs)},
-            {"raisedAt", timeOrNull(alarm.raisedAtMs)},
-            {"acknowledged", alarm.acknowledged},
-            {"acknowledgedBy", alarm.acknowledgedBy},
-            {"acknowledgedAt", timeOrNull(alarm.acknowledgedAtMs)},
-            {"value", alarm.value},
-            {"unit", alarm.unit},
-            {"why", alarm.why}};
-}
 
 }  // namespace
 
@@ -127,7 +103,7 @@ Json itemJson(const ItemState& state, int64_t nowMs)
                  {"why", element.why},
                  {"updatedAt", timeOrNull(element.readAtMs)},
                  {"changedAt", timeOrNull(element.changedAtMs)}};
-    json["value"] = element.hasValue ? Json(rounded(shownValue(item, raw), item.decimals)) : Json(nullptr);
+    json["value"] = shownValueJson(item, element);
     json["raw"] = element.hasValue ? Json(element.value) : Json(nullptr);
     json["age"] = element.hasValue ? Json(std::round(static_cast<double>(nowMs - element.readAtMs) / 100) / 10)
                                    : Json(nullptr);
