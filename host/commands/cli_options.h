@@ -31,8 +31,9 @@ struct Options {
     double intervalSeconds = 1.0;
     // One pass over the scanned variables per period at most: a few frames
     // a second are nothing to a LOGO! beside its other clients, and a screen
-    // shows a change within half a second.
-    double scanPeriodSeconds = 0.5;
+    // shows a change within half a second (the period, then the panel's
+    // few milliseconds to reach even a hundred viewers).
+    double scanPeriodSeconds = 0.4;
     // panel: its history
     std::string dataDirectory;  // empty: the user's state folder
     int keepHours = 30 * 24;

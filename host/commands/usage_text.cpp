@@ -45,11 +45,11 @@ const char* const kUsageOptions = R"(Options:
   --retries N           failed replies before a request is given up (default 2)
   --timeout SECONDS     reply time-out (default 1)
   --interval SECONDS    watch: display refresh / scan line period (default 1)
-  --scan-period SECONDS watch, panel: one pass over the scanned variables per
-                        period at most (default 0.5, a few frames a second,
+  --scan-period SECONDS watch, panel, bridge: one pass over the scanned variables
+                        per period at most (default 0.4, a few frames a second,
                         which a LOGO! serves beside its other clients with
                         ease; 0: as fast as the link goes, for measurements)
-  --duration SECONDS    watch, panel: stop after this long (default: until Ctrl-C)
+  --duration SECONDS    watch, panel, bridge: stop after this long (default: until Ctrl-C)
   --format FORMAT       table (default), csv or jsonl
   --trace               every frame in hex on standard error
   --driver PATH         the driver library (default: beside logohost)

@@ -108,7 +108,7 @@ TEST_F(HonestHost, WatchIsPoliteToTheController)
         const char* period;
         uint64_t most;
     } rows[] = {
-        {"default period: two requests a pass, a pass each 0.5 s for 2 s", {}, "", 2 * (4 + 3)},
+        {"default period: two requests a pass, a pass each 0.4 s for 2 s", {}, "", 2 * (5 + 3)},
         {"exceptions, as fast as the link goes", {FaultSpec{FaultKind::Exception}}, "0", 400},
     };
     for (const auto& row : rows) {
