@@ -51,8 +51,10 @@ Json controllerJson(const ControllerFigures& c)
             {"refused", c.refused},
             {"connections", c.connections},
             {"losses", c.losses},
-            {"passSeconds", std::round(c.pass.passSeconds * 1000) / 1000},
-            {"cycleSeconds", std::round(c.pass.cycleSeconds * 1000) / 1000},
+            // To a tenth of a millisecond: on a fast link a pass takes less
+            // than one, and "0 ms" would say it took nothing. No pass yet: null.
+            {"passSeconds", c.pass.passes ? Json(std::round(c.pass.passSeconds * 1e4) / 1e4) : Json()},
+            {"cycleSeconds", c.pass.passes ? Json(std::round(c.pass.cycleSeconds * 1e4) / 1e4) : Json()},
             {"passes", c.pass.passes},
             {"overruns", c.pass.overruns}};
 }
