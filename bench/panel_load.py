@@ -927,7 +927,7 @@ def main():
     parser.add_argument("--logohost", default=os.path.join(os.path.dirname(os.path.abspath(__file__)), "..", "build-bench", "logohost"))
     parser.add_argument("--parts", default="trace,viewers,burst,slow,limit")
     parser.add_argument("--viewers", default="1,10,25,50,100")
-    parser.add_argument("--scan-periods", default="0.5,0.1")
+    parser.add_argument("--scan-periods", default="0.4,0.1")
     parser.add_argument("--rounds", type=int, default=60, help="changes of VW0 per configuration")
     parser.add_argument("--slow-seconds", type=float, default=10)
     parser.add_argument("--slow-cases", default="0/0,50/50,200/0,208/0,209/0,250/0,0/250", help="TRICKLING/IDLE, comma-separated")
