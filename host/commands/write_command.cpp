@@ -10,8 +10,6 @@
 namespace logohost {
 namespace {
 
-constexpr std::chrono::milliseconds kPoll{20};
-
 // The values as the user typed them: "65535" stays 65535, whatever the
 // controller's display later makes of the bits.
 std::string valuesText(const WriteRequest& request)
