@@ -20,9 +20,12 @@ here=$(pwd)
 fuzz_seconds=${LOGO_FUZZ_SECONDS:-30}
 all_stages=(native armhf symbols build-types install packages asan tsan fuzz)
 
+# The test builds are unity builds, a third quicker on two cores; the
+# other build types and the armhf build compile every file on its own, so
+# a file that leans on another's includes is still caught there.
 configure() {  # configure DIR [cmake options...]
   local dir=$1; shift
-  cmake -S . -B "$dir" -DCMAKE_BUILD_TYPE=RelWithDebInfo -DLOGO_WERROR=ON "$@" >/dev/null
+  cmake -S . -B "$dir" -DCMAKE_BUILD_TYPE=RelWithDebInfo -DLOGO_WERROR=ON -DCMAKE_UNITY_BUILD=ON "$@" >/dev/null
 }
 
 stage_native() {
@@ -60,8 +63,11 @@ stage_packages() {
   scripts/packages.sh build-gcc-release build-armhf
 }
 
+# With clang, which also gives the host and the tests a second compiler's
+# warnings (the build types compile only the driver with both), and builds
+# this in half GCC's time.
 stage_asan() {
-  configure build-asan -DLOGO_BUILD_TESTS=ON -DLOGO_SANITIZER=address -DCMAKE_BUILD_TYPE=Debug
+  CC=clang CXX=clang++ configure build-asan -DLOGO_BUILD_TESTS=ON -DLOGO_SANITIZER=address -DCMAKE_BUILD_TYPE=Debug
   cmake --build build-asan -j2
   ASAN_OPTIONS=detect_leaks=1 UBSAN_OPTIONS=print_stacktrace=1 \
     ctest --test-dir build-asan -j2 --output-on-failure --timeout 300

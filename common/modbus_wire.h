@@ -43,6 +43,7 @@ constexpr int kProtocolOffset = 2;
 constexpr int kLengthOffset = 4;
 constexpr int kLengthCountedFrom = 6;  // the length counts the bytes after its own field
 constexpr int kUnitOffset = 6;
+constexpr int kMaxUnitId = 255;  // one byte
 constexpr int kFunctionOffset = 7;
 constexpr int kMbapBytes = 7;
 constexpr int kMinLengthField = 2;    // unit id and function code

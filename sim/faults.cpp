@@ -1,5 +1,6 @@
 #include "sim/faults.h"
 
+#include "common/modbus_wire.h"
 #include "common/numbers.h"
 
 #include <sstream>
@@ -10,7 +11,6 @@ namespace {
 
 constexpr const char* kKindNames[kFaultKindCount] = {"drop", "drop-mid", "late", "short", "long", "exception", "silent"};
 constexpr int kMaxDelayMs = 600000;
-constexpr int kMaxStation = 255;
 constexpr int kMinExceptionCode = 1;
 constexpr int kMaxExceptionCode = 255;
 
@@ -59,7 +59,7 @@ bool applyOption(const std::string& option, FaultSpec* rule, bool* sawEvery, std
         else
             *message = "delay='" + value + "' is not a number of milliseconds from 0 to 600000";
     } else if (key == "station") {
-        if (common::parseInt(value, 0, kMaxStation, &number))
+        if (common::parseInt(value, 0, wire::kMaxUnitId, &number))
             rule->station = number;
         else
             *message = "station='" + value + "' is not a unit id from 0 to 255";

@@ -52,20 +52,6 @@ constexpr double kRunningBitSeconds = 0.5;
 constexpr int kAnimatedInputs = 8;
 constexpr double kAnalogFullScale = 1000.0;  // LOGO! analogue values run 0..1000
 
-struct Pending {
-    std::vector<uint8_t> bytes;
-    Clock::time_point due;
-    bool closeAfter = false;
-    bool isReply = true;  // counts in SimStats::replies once sent in full
-};
-
-struct Connection {
-    int fd = -1;
-    std::vector<uint8_t> in;
-    std::deque<Pending> out;
-    bool closing = false;  // a close is queued: read no more requests
-};
-
 const char* tableName(Table table)
 {
     switch (table) {
@@ -77,11 +63,9 @@ const char* tableName(Table table)
     return "?";
 }
 
-constexpr int kMaxStation = 255;
-
 Location locateOrThrow(int station, Table table, int address, bool wantBits)
 {
-    if (station < 0 || station > kMaxStation)
+    if (station < 0 || station > wire::kMaxUnitId)
         throw std::out_of_range("station " + std::to_string(station) + " is not a unit id from 0 to 255");
     const bool bits = table == Table::Coil || table == Table::DiscreteInput;
     if (bits != wantBits)
@@ -127,6 +111,20 @@ void spoil(std::vector<uint8_t>& reply, FaultKind kind, bool remoteMode)
 }  // namespace
 
 struct Simulator::Impl {
+    struct Pending {
+        std::vector<uint8_t> bytes;
+        Clock::time_point due;
+        bool closeAfter = false;
+        bool isReply = true;  // counts in SimStats::replies once sent in full
+    };
+
+    struct Connection {
+        int fd = -1;
+        std::vector<uint8_t> in;
+        std::deque<Pending> out;
+        bool closing = false;  // a close is queued: read no more requests
+    };
+
     SimOptions options;
     mutable std::mutex memoryMutex;
     MemoryBank bank;
@@ -456,7 +454,7 @@ void Simulator::stop()
         impl_->running = false;
         impl_->commandDone.notify_all();
     }
-    for (Connection& conn : impl_->connections)
+    for (Impl::Connection& conn : impl_->connections)
         impl_->closeConnection(conn);
     impl_->connections.clear();
     impl_->closeListener();

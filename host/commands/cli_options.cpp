@@ -1,6 +1,7 @@
 #include "host/commands/cli_options.h"
 
 #include "common/endpoint.h"
+#include "common/modbus_wire.h"
 #include "common/numbers.h"
 #include "host/proxy/client_access.h"
 
@@ -14,7 +15,6 @@ namespace {
 
 constexpr int kModbusPort = 502;
 constexpr int kMaxPort = 65535;
-constexpr int kMaxStation = 255;
 constexpr int kMaxBlockWords = 125;  // the most registers one Modbus read may return
 constexpr int kMaxRetries = 100;
 constexpr int kMostModbusClients = 256;  // each holds a thread
@@ -43,7 +43,7 @@ bool parsePlc(const std::string& text, Options* options, std::string* why)
     std::string address = text;
     const size_t equals = text.find('=');
     if (equals != std::string::npos) {
-        if (!parseInt(text.substr(0, equals), 0, kMaxStation, &plc.station)) {
+        if (!parseInt(text.substr(0, equals), 0, wire::kMaxUnitId, &plc.station)) {
             *why = "the station before '=' must be a number from 0 to 255";
             return false;
         }
@@ -169,7 +169,7 @@ std::vector<OptionRule> linkRules()
         {"--plc", "HOST[:PORT] (port 1-65535), or STATION=HOST[:PORT] for each of several controllers",
          [](Options* o, S v, W why) { return parsePlc(v, o, why); }},
         {"--station", "a station number from 0 to 255",
-         [](Options* o, S v, W) { return parseInt(v, 0, kMaxStation, &o->station); }},
+         [](Options* o, S v, W) { return parseInt(v, 0, wire::kMaxUnitId, &o->station); }},
         {"--stations", "", [](Options* o, S, W) { return o->multiStation = true; }},
         {"--remote-mode", "", [](Options* o, S, W) { return o->remoteMode = true; }},
         {"--max-block", "a number of words from 1 to 125",

@@ -10,6 +10,7 @@
 #include <nlohmann/json.hpp>
 
 #include "common/endpoint.h"
+#include "common/modbus_wire.h"
 #include "host/embedded_file.h"
 #include "host/model/json_fields.h"
 #include "host/notation/value_codec.h"
@@ -29,7 +30,6 @@ const std::set<std::string> kTopKeys = {"title", "screens", "controllers", "alar
 const std::set<std::string> kControllerKeys = {"station", "name", "address"};
 const std::set<std::string> kAlarmKeys = {"id", "var", "when", "above", "below", "deadband", "text", "class"};
 constexpr int kModbusPort = 502;
-constexpr int kMaxStation = 255;
 const std::set<std::string> kScreenKeys = {"name", "title", "items"};
 const std::set<std::string> kItemKeys = {"var",   "label", "unit",     "write", "trend", "scale", "offset",
                                          "decimals", "min", "max", "on",  "off"};
@@ -181,7 +181,7 @@ ControllerEntry parseController(const Json& json, const std::string& where)
     checkKeys(json, kControllerKeys, where);
     ControllerEntry controller;
     const double station = number(json, "station", where, -1);
-    if (station != std::floor(station) || station < 0 || station > kMaxStation)
+    if (station != std::floor(station) || station < 0 || station > wire::kMaxUnitId)
         fail(where, "\"station\" must be a whole number from 0 to 255");
     controller.station = static_cast<int>(station);
     controller.name = json_fields::text(json, "name", where, "");

@@ -13,7 +13,6 @@ constexpr const char* kOnline = "online";
 constexpr const char* kOffline = "offline";
 constexpr int kSetQos = 1;     // a set is a command: the broker hands it over once at least
 constexpr int kResultQos = 1;  // and its answer likewise
-constexpr int kStatusQos = 1;
 // A retained message lost with its connection is sent again on the next
 // one; QoS 0 also keeps libmosquitto from sending an old state again after
 // a newer one when it reconnects.

@@ -20,7 +20,6 @@ constexpr std::chrono::milliseconds kLongestDelay{30000};
 constexpr std::chrono::seconds kConnectLimit{10};
 constexpr int kCloseChecks = 200;  // 10 ms each: the last message and the disconnect written out
 constexpr std::chrono::milliseconds kCloseCheck{10};
-constexpr int kStatusQos = 1;
 
 std::once_flag libraryReady;
 

@@ -25,6 +25,10 @@ struct mosquitto_message;
 
 namespace logohost {
 
+// The node's status (its will, and "online"): a subscriber must learn it
+// once at least.
+constexpr int kStatusQos = 1;
+
 struct BrokerSettings {
     std::string host;
     int port = 1883;

@@ -3,6 +3,7 @@
 #include <cctype>
 
 #include "common/logo_map.h"
+#include "common/modbus_wire.h"
 
 namespace logohost {
 namespace {
@@ -10,7 +11,6 @@ namespace {
 using namespace logomap;
 
 constexpr int kBitsPerByte = 8;
-constexpr int kMaxStation = 255;  // a Modbus unit identifier is one byte
 constexpr size_t kMaxDigits = 9;  // keeps every parsed number inside int
 
 // What one area accepts. For V, VW and VD `first`/`last` are V byte numbers.
@@ -140,8 +140,8 @@ bool parseVariable(const std::string& text, bool allowStation, Variable* out, st
         const std::string station = rest.substr(at + 1);
         if (!allowStation)
             return fail(text, "a station \"@" + station + "\" needs --stations", error);
-        if (!parseNumber(station, &var.station) || var.station > kMaxStation)
-            return fail(text, "the station after \"@\" must be a number from 0 to " + std::to_string(kMaxStation),
+        if (!parseNumber(station, &var.station) || var.station > wire::kMaxUnitId)
+            return fail(text, "the station after \"@\" must be a number from 0 to " + std::to_string(wire::kMaxUnitId),
                         error);
         rest.erase(at);
     }
