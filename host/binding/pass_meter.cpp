@@ -20,34 +20,47 @@ void PassMeter::restart()
 {
     const std::lock_guard<std::mutex> lock(mutex_);
     for (Controller& controller : controllers_)
-        controller.anchored = false;
+        controller.answered.clear();
+}
+
+void PassMeter::onFrame(Clock::time_point now)
+{
+    const std::lock_guard<std::mutex> lock(mutex_);
+    frameOpen_ = true;
+    frameStart_ = now;
 }
 
 void PassMeter::onResult(const RequestResult& result, Clock::time_point now)
 {
-    if (result.rwType != RW_READ || result.sourceType != SOURCE_TYPE_CYCLIC || result.sourceId != SOURCE_ID_CYCLIC)
-        return;
     const std::lock_guard<std::mutex> lock(mutex_);
-    if (result.controller >= controllers_.size())
+    // A result without a frame (a station switched off) took no link time.
+    if (frameOpen_)
+        requestWork_ += now - frameStart_;
+    frameOpen_ = false;
+    if (result.returnCode == RC_RETRYING)
+        return;
+    const Clock::duration work = requestWork_;
+    requestWork_ = Clock::duration::zero();
+    if (result.rwType != RW_READ || result.sourceType != SOURCE_TYPE_CYCLIC || result.sourceId != SOURCE_ID_CYCLIC ||
+        result.controller >= controllers_.size())
         return;
     Controller& c = controllers_[result.controller];
     const Key key{result.station, result.area, result.address};
-    if (!c.anchored) {
-        c = Controller{true, key, now, now, c.figures};
-        return;
+    if (c.answered.count(key)) {
+        const Clock::duration cycle = now - c.passStart;
+        c.figures.passSeconds = seconds(c.work);
+        c.figures.cycleSeconds = seconds(cycle);
+        ++c.figures.passes;
+        if (period_.count() > 0 && seconds(cycle) > kOverrunMargin * seconds(period_))
+            ++c.figures.overruns;
+        c.answered.clear();
     }
-    if (key != c.anchor) {
-        c.lastResult = now;
-        return;
+    if (c.answered.empty()) {
+        c.passStart = now;
+        c.work = Clock::duration::zero();
     }
-    const Clock::duration cycle = now - c.passStart;
-    c.figures.passSeconds = seconds(c.lastResult - c.passStart);
-    c.figures.cycleSeconds = seconds(cycle);
-    ++c.figures.passes;
-    if (period_.count() > 0 && seconds(cycle) > kOverrunMargin * seconds(period_))
-        ++c.figures.overruns;
-    c.passStart = now;
-    c.lastResult = now;
+    c.answered.insert(key);
+    c.work += work;
 }
 
 PassFigures PassMeter::figures(size_t controller) const

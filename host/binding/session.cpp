@@ -285,6 +285,7 @@ void Session::beforeFrame()
     }
     sampleRates();
     pacer_.pace();
+    passes_.onFrame(clock_.steady());
 }
 
 void Session::onExchange(size_t, int station, const Exchange& exchange)
@@ -312,8 +313,7 @@ void Session::onResult(const RequestResult& reported)
         reportHealth(health_.onGiveUp(result.station));
     scanState_.onResult(result);
     pacer_.onResult(result);
-    if (result.returnCode != RC_RETRYING)
-        passes_.onResult(result, clock_.steady());
+    passes_.onResult(result, clock_.steady());
     writes_.onResult(result);
     {
         const std::lock_guard<std::mutex> lock(stationMutex_);

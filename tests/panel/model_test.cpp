@@ -12,6 +12,7 @@
 #include <mutex>
 #include <thread>
 
+#include "host/binding/pass_meter.h"
 #include "host/model/operator_actions.h"
 #include "host/notation/return_codes.h"
 #include "host/panel/panel_views.h"
@@ -612,4 +613,53 @@ TEST(ScanPacer, HoldsOnceTheListHadItsFramesForThePeriod)
     EXPECT_TRUE(unpaced.mayGo());
 }
 
+
+// Each request of the list at addresses 1, 2, 3: when its frame went out
+// (-1: none, a station switched off) and when its result came, in ms.
+TEST(PassMeter, APassIsTheLinksWorkForEveryRequestOnceWhereverThePeriodCutsTheList)
+{
+    struct Step {
+        int address, sent, answered;
+        bool repeat = false, write = false;
+    };
+    const Step write{0, 1, 2, false, true};
+    const struct {
+        const char* name;
+        std::vector<Step> steps;
+        uint64_t passes, overruns;
+        double passMs, cycleMs;  // of the last pass
+    } cases[] = {
+        {"steady, a write between", {{1, 0, 1}, write, {2, 2, 3}, {3, 3, 4}, {1, 400, 401}}, 1, 0, 3, 400},
+        // The second request timed out once; the pacer's next periods begin
+        // at the third, and the wait falls between 2 and 3.
+        {"periods begin mid-list after a slow pass",
+         {{1, 0, 1}, {2, 1, 2}, {3, 2, 3}, {1, 400, 401}, {2, 401, 1401, true}, {2, 1401, 2401}, {3, 2401, 2402},
+          {1, 2402, 2403}, {2, 2403, 2404}, {3, 2801, 2802}, {1, 2802, 2803}},
+         3, 1, 3, 400},
+        {"a result without a frame took no time", {{1, 0, 1}, {2, -1, 200}, {3, 200, 201}, {1, 400, 401}}, 1, 0, 2, 400},
+        {"one request", {{1, 0, 1}, {1, 400, 401}, {1, 800, 801}}, 2, 0, 1, 400},
+        {"nothing repeated yet: no pass", {{1, 0, 1}, {2, 1, 2}, {3, 2, 3}}, 0, 0, 0, 0},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.name);
+        PassMeter meter(1, milliseconds(400));
+        const Clock::time_point start{};
+        for (const Step& step : c.steps) {
+            if (step.sent >= 0)
+                meter.onFrame(start + milliseconds(step.sent));
+            RequestResult r;
+            r.returnCode = step.repeat ? RC_RETRYING : RC_LOCAL_OK;
+            r.rwType = step.write ? RW_WRITE : RW_READ;
+            r.sourceType = step.write ? kWriteSourceType : SOURCE_TYPE_CYCLIC;
+            r.sourceId = step.write ? 1 : SOURCE_ID_CYCLIC;
+            r.address = step.address;
+            meter.onResult(r, start + milliseconds(step.answered));
+        }
+        const PassFigures figures = meter.figures(0);
+        EXPECT_EQ(figures.passes, c.passes);
+        EXPECT_EQ(figures.overruns, c.overruns);
+        EXPECT_NEAR(figures.passSeconds * 1000, c.passMs, 1e-6);
+        EXPECT_NEAR(figures.cycleSeconds * 1000, c.cycleMs, 1e-6);
+    }
+}
 }  // namespace
