@@ -1,5 +1,7 @@
 #include "host/binding/pass_meter.h"
 
+#include <algorithm>
+
 namespace logohost {
 namespace {
 
@@ -46,7 +48,7 @@ void PassMeter::onResult(const RequestResult& result, Clock::time_point now)
         return;
     Controller& c = controllers_[result.controller];
     const Key key{result.station, result.area, result.address};
-    if (c.answered.count(key)) {
+    if (std::find(c.answered.begin(), c.answered.end(), key) != c.answered.end()) {
         const Clock::duration cycle = now - c.passStart;
         c.figures.passSeconds = seconds(c.work);
         c.figures.cycleSeconds = seconds(cycle);
@@ -59,7 +61,7 @@ void PassMeter::onResult(const RequestResult& result, Clock::time_point now)
         c.passStart = now;
         c.work = Clock::duration::zero();
     }
-    c.answered.insert(key);
+    c.answered.push_back(key);
     c.work += work;
 }
 

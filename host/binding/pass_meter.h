@@ -18,7 +18,6 @@
 
 #include <chrono>
 #include <mutex>
-#include <set>
 #include <tuple>
 #include <vector>
 
@@ -49,7 +48,9 @@ public:
 private:
     using Key = std::tuple<int, int, int>;  // station, area, address
     struct Controller {
-        std::set<Key> answered;  // in the pass under way
+        // In the pass under way. A vector, searched: a pass is a few dozen
+        // requests, and cleared it keeps its memory, so a result allocates nothing.
+        std::vector<Key> answered;
         Clock::time_point passStart{};
         Clock::duration work{};  // in the pass under way
         PassFigures figures;
