@@ -65,8 +65,8 @@ TEST(CommandLine, PlantOptions)
     Options options;
     std::string error;
     ASSERT_EQ(parse({"panel", "--screens", "pumps.json", "--listen", "[::1]:0", "--token", "s3cret-Token_1",
-                     "--read-only", "--scan-period", "0", "--modbus-listen", "0.0.0.0:5502", "--modbus-allow",
-                     "192.168.0.0/24", "--modbus-allow", "fd00::1", "--mqtt", "[::1]:1884", "--mqtt-node", "hall-2"},
+                     "--read-only", "--scan-period", "0", "--modbus-listen", "127.0.0.1:5502", "--modbus-allow",
+                     "127.0.0.0/8", "--modbus-allow", "::1", "--mqtt", "[::1]:1884", "--mqtt-node", "hall-2"},
                     &options, &error),
               kParsed)
         << error;
@@ -78,11 +78,11 @@ TEST(CommandLine, PlantOptions)
     EXPECT_TRUE(options.readOnly);
     EXPECT_DOUBLE_EQ(options.scanPeriodSeconds, 0);
     EXPECT_TRUE(options.modbusListen);
-    EXPECT_EQ(options.modbusHost, "0.0.0.0");
+    EXPECT_EQ(options.modbusHost, "127.0.0.1");
     EXPECT_EQ(options.modbusPort, 5502);
     EXPECT_EQ(options.mqttHost, "::1");
     EXPECT_EQ(options.mqttPort, 1884);
-    ASSERT_EQ(parse({"bridge", "--mqtt", "broker.lan", "--modbus-listen", "5502"}, &options, &error), kParsed) << error;
+    ASSERT_EQ(parse({"bridge", "--mqtt", "localhost", "--modbus-listen", "5502"}, &options, &error), kParsed) << error;
     EXPECT_EQ(options.modbusHost, "127.0.0.1");  // a port alone listens on loopback
     EXPECT_EQ(options.mqttPort, 0);              // 1883 or 8883, once TLS is known
 }
@@ -141,8 +141,8 @@ TEST(CommandLine, BadOnesAreRejectedWithAClearMessage)
         {{"panel", "--modbus-listen", "0.0.0.0:5502"},
          "--modbus-listen 0.0.0.0 is off loopback: name the networks its clients may come from with --modbus-allow "
          "CIDR (a Modbus write carries no credentials)"},
-        {{"panel", "--modbus-listen", "5502", "--modbus-allow", "10.0.0.0/33"},
-         "bad value \"10.0.0.0/33\" for --modbus-allow: the prefix after '/' must be a number from 0 to 32; expected a "
+        {{"panel", "--modbus-listen", "5502", "--modbus-allow", "127.0.0.0/33"},
+         "bad value \"127.0.0.0/33\" for --modbus-allow: the prefix after '/' must be a number from 0 to 32; expected a "
          "network as ADDRESS/PREFIX, e.g. 192.168.0.0/24 or fd00::/8, or one ADDRESS"},
         {{"panel", "--modbus-max-clients", "4"}, "--modbus-max-clients needs --modbus-listen" + kProxy},
         {{"read", "VW0", "--modbus-listen", "5502"}, "--modbus-listen is an option of the panel and bridge commands"},
