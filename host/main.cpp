@@ -93,7 +93,7 @@ int main(int argc, char** argv)
 
     if (!prepareCommand(&options, &error))
         return fail(error, kExitUsage);
-    installInterruptHandlers();
+    holdStopSignals();
     EmbeddedSimulator simulator;
     if (options.plcs.empty()) {
         if (!simulator.start(&error))

@@ -1,8 +1,6 @@
 #include "host/binding/comm_loop.h"
 
-#include <csignal>
-#include <pthread.h>
-
+#include "common/thread_name.h"
 #include "host/link/modbus_exceptions.h"
 #include "host/notation/return_codes.h"
 #include "host/notation/variable_notation.h"
@@ -46,16 +44,7 @@ CommLoop::~CommLoop() { stop(); }
 
 void CommLoop::start()
 {
-    // Ctrl-C belongs to the main thread: block it while the thread is
-    // created, so that the new thread inherits a mask without it.
-    sigset_t blocked;
-    sigset_t previous;
-    sigemptyset(&blocked);
-    sigaddset(&blocked, SIGINT);
-    sigaddset(&blocked, SIGTERM);
-    pthread_sigmask(SIG_BLOCK, &blocked, &previous);
     thread_ = std::thread(&CommLoop::run, this);
-    pthread_sigmask(SIG_SETMASK, &previous, nullptr);
 }
 
 void CommLoop::stop()
@@ -67,6 +56,7 @@ void CommLoop::stop()
 
 void CommLoop::run()
 {
+    common::nameThisThread("logo-link");
     while (!stop_.load()) {
         if (hooks_.beforeFrame)
             hooks_.beforeFrame();

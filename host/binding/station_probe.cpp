@@ -1,6 +1,7 @@
 #include "host/binding/station_probe.h"
 
 #include "common/modbus_wire.h"
+#include "common/thread_name.h"
 
 namespace logohost {
 namespace {
@@ -56,6 +57,7 @@ void StationProbe::forget(int station)
 
 void StationProbe::run()
 {
+    common::nameThisThread("station-probe");
     std::unique_lock<std::mutex> lock(mutex_);
     while (!stop_.load()) {
         changed_.wait_for(lock, interval_, [this] { return stop_.load(); });

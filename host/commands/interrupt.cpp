@@ -1,39 +1,64 @@
+// Stop signals are taken, not handled. A handler runs in whichever thread
+// the kernel picks: there it makes a system call of some library (the
+// broker's select, a database write) fail with EINTR, and ThreadSanitizer
+// defers it to that thread's next intercepted call. Held back from every
+// thread, a signal instead waits until the main thread takes it, and
+// nothing else sees it.
 #include "host/commands/interrupt.h"
 
-#include <algorithm>
 #include <atomic>
 #include <csignal>
-#include <thread>
+#include <ctime>
 
 namespace logohost {
 namespace {
 
-constexpr std::chrono::milliseconds kSlice{20};
 std::atomic<bool> g_interrupted{false};
 
-void onSignal(int) { g_interrupted.store(true); }
+sigset_t stopSignals()
+{
+    sigset_t set;
+    sigemptyset(&set);
+    sigaddset(&set, SIGINT);
+    sigaddset(&set, SIGTERM);
+    return set;
+}
+
+// Takes a stop signal that is or becomes pending within `timeout`.
+void takeStopSignal(std::chrono::milliseconds timeout)
+{
+    const sigset_t set = stopSignals();
+    const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(timeout);
+    const timespec wait{static_cast<time_t>(seconds.count()),
+                        static_cast<long>(std::chrono::nanoseconds(timeout - seconds).count())};
+    // Any other signal ends the wait early (EINTR); the caller asks again.
+    if (sigtimedwait(&set, nullptr, &wait) > 0)
+        g_interrupted.store(true);
+}
 
 }  // namespace
 
-void installInterruptHandlers()
+void holdStopSignals()
 {
-    struct sigaction action {};
-    action.sa_handler = onSignal;
-    sigemptyset(&action.sa_mask);
-    sigaction(SIGINT, &action, nullptr);
-    sigaction(SIGTERM, &action, nullptr);
+    const sigset_t set = stopSignals();
+    pthread_sigmask(SIG_BLOCK, &set, nullptr);
 }
 
-bool interrupted() { return g_interrupted.load(); }
+bool interrupted()
+{
+    if (!g_interrupted.load())
+        takeStopSignal(std::chrono::milliseconds(0));
+    return g_interrupted.load();
+}
 
 bool sleepUnlessInterrupted(std::chrono::milliseconds duration)
 {
     const auto end = std::chrono::steady_clock::now() + duration;
-    while (!interrupted()) {
+    while (!g_interrupted.load()) {
         const auto left = end - std::chrono::steady_clock::now();
         if (left <= std::chrono::steady_clock::duration::zero())
             return true;
-        std::this_thread::sleep_for(std::min<std::chrono::steady_clock::duration>(left, kSlice));
+        takeStopSignal(std::chrono::ceil<std::chrono::milliseconds>(left));
     }
     return false;
 }

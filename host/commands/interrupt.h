@@ -7,7 +7,11 @@
 
 namespace logohost {
 
-void installInterruptHandlers();
+// Holds SIGINT and SIGTERM back from this thread and every thread it
+// starts afterwards; call it before any thread starts. The signals then
+// wait for the process to take them: interrupted() and
+// sleepUnlessInterrupted() do.
+void holdStopSignals();
 bool interrupted();
 // Sleeps for the duration; returns false early when interrupted.
 bool sleepUnlessInterrupted(std::chrono::milliseconds duration);

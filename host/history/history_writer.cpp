@@ -2,6 +2,7 @@
 // when much is queued, and old data deleted as the clock moves on.
 #include <numeric>
 
+#include "common/thread_name.h"
 #include "host/history/history_store_p.h"
 
 namespace logohost {
@@ -43,6 +44,7 @@ void HistoryStore::Impl::stopWriter()
 
 void HistoryStore::Impl::writerLoop()
 {
+    common::nameThisThread("history-writer");
     bool last = false;
     while (!last) {
         uint64_t ticket = 0;

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <chrono>
 
+#include "common/thread_name.h"
 #include "host/mqtt/mqtt_payloads.h"
 
 namespace logohost {
@@ -200,6 +201,7 @@ void MqttBridge::onSet(const std::string& name, const std::string& payload, bool
 
 void MqttBridge::publishLoop()
 {
+    common::nameThisThread("mqtt-states");
     const Session& session = model_.session();
     uint64_t seen = 0;
     uint64_t connection = 0;
@@ -261,6 +263,7 @@ bool MqttBridge::publishAlarms()
 
 void MqttBridge::writeLoop()
 {
+    common::nameThisThread("mqtt-sets");
     PendingSet set;
     while (sets_.take(&set))
         perform(set);

@@ -7,6 +7,7 @@
 #include <cstring>
 
 #include "common/endpoint.h"
+#include "common/thread_name.h"
 
 namespace logohost {
 namespace {
@@ -105,6 +106,7 @@ void MqttClient::stop(const std::string& lastTopic, const std::string& lastPaylo
 
 void MqttClient::run()
 {
+    common::nameThisThread("mqtt-network");
     std::chrono::milliseconds delay = kFirstDelay;
     auto attempt = std::chrono::steady_clock::now();
     for (;;) {

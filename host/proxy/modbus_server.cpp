@@ -12,6 +12,7 @@
 #include <cstring>
 
 #include "common/endpoint.h"
+#include "common/thread_name.h"
 
 namespace logohost {
 namespace {
@@ -146,6 +147,7 @@ void ModbusServer::stop()
 
 void ModbusServer::acceptLoop()
 {
+    common::nameThisThread("modbus-accept");
     pollfd fds[] = {{listenFd_, POLLIN, 0}, {wakeFds_[0], POLLIN, 0}};
     while (!stopping_.load()) {
         if (::poll(fds, sizeof fds / sizeof fds[0], -1) < 0 && errno != EINTR)
@@ -210,6 +212,7 @@ void ModbusServer::reap(int* served, int* refusing)
 // never shuts down a descriptor number the system has given to another.
 void ModbusServer::serve(Client* client)
 {
+    common::nameThisThread("modbus-client");
     Frame request;
     Read read;
     while ((read = readFrame(client->fd, &request)) == Read::Frame) {

@@ -100,10 +100,13 @@ protected:
     {
         if (pid_ <= 0)
             return;
-        const int status = stopProcess(pid_, signal);
+        std::string hung;
+        const int status = stopProcess(pid_, signal, &hung);
         pid_ = 0;
         if (signal == SIGINT) {
-            EXPECT_EQ(status, 0) << "the bridge did not end cleanly on Ctrl-C";
+            EXPECT_EQ(status, 0) << "the bridge did not end cleanly on Ctrl-C\n"
+                                 << hung << "its output:\n"
+                                 << fileText(dir_ + "/bridge.log");
         }
     }
 

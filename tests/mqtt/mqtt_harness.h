@@ -19,6 +19,7 @@
 #include <fstream>
 #include <functional>
 #include <mutex>
+#include <sstream>
 #include <string>
 #include <thread>
 #include <vector>
@@ -64,15 +65,46 @@ inline pid_t spawn(const std::vector<std::string>& args, const std::string& logP
     return pid;
 }
 
+inline std::string fileText(const std::string& path)
+{
+    std::ifstream file(path);
+    return std::string(std::istreambuf_iterator<char>(file), {});
+}
+
+// Where each thread of a process waits: what a hang is told by.
+inline std::string threadsOf(pid_t pid)
+{
+    std::string text;
+    const std::string tasks = "/proc/" + std::to_string(pid) + "/task";
+    std::error_code error;
+    for (const auto& task : std::filesystem::directory_iterator(tasks, error)) {
+        const std::string dir = task.path().string();
+        std::string name = fileText(dir + "/comm");
+        if (!name.empty() && name.back() == '\n')
+            name.pop_back();
+        std::string masks;  // pending, blocked, ignored, caught
+        std::istringstream status(fileText(dir + "/status"));
+        for (std::string line; std::getline(status, line);)
+            if (line.rfind("Sig", 0) == 0 || line.rfind("ShdPnd", 0) == 0)
+                masks += " " + line;
+        text += task.path().filename().string() + " " + name + ": waits in " + fileText(dir + "/wchan") + masks +
+                "\n" + fileText(dir + "/stack");
+    }
+    return text;
+}
+
 // Signals the process and waits a bounded time for it to end; its exit
-// status, or -1 when it had to be killed.
-inline int stopProcess(pid_t pid, int signal)
+// status, or -1 when it had to be killed (and then, in `hung`, where its
+// threads were).
+inline int stopProcess(pid_t pid, int signal, std::string* hung = nullptr)
 {
     kill(pid, signal);
     int status = 0;
     for (int attempt = 0; attempt < kAttempts; ++attempt, std::this_thread::sleep_for(kPoll))
         if (waitpid(pid, &status, WNOHANG) == pid)
             return WIFEXITED(status) ? WEXITSTATUS(status) : 128 + WTERMSIG(status);
+    if (hung)
+        *hung = threadsOf(pid);
     kill(pid, SIGKILL);
     waitpid(pid, &status, 0);
     return -1;
@@ -82,8 +114,7 @@ inline int stopProcess(pid_t pid, int signal)
 inline bool fileSays(const std::string& path, const std::string& text)
 {
     for (int attempt = 0; attempt < kAttempts; ++attempt, std::this_thread::sleep_for(kPoll)) {
-        std::ifstream file(path);
-        if (std::string(std::istreambuf_iterator<char>(file), {}).find(text) != std::string::npos)
+        if (fileText(path).find(text) != std::string::npos)
             return true;
     }
     return false;
