@@ -71,6 +71,23 @@ private:
     size_t drawn_ = 0;
 };
 
+// The exit status agrees with the last line shown: each variable whose
+// value was not current in it is named, once, with why.
+bool allShownGood(const std::vector<Variable>& variables, const std::vector<ElementStatus>& shown)
+{
+    std::vector<bool> named(variables.size(), false);
+    bool good = true;
+    for (const ElementStatus& element : shown) {
+        if (element.quality == Quality::Ok || named.at(static_cast<size_t>(element.variable)))
+            continue;
+        named[static_cast<size_t>(element.variable)] = true;
+        good = false;
+        complain(variables[static_cast<size_t>(element.variable)].text + ": " + qualityWords(element) +
+                 ", when the watch ended");
+    }
+    return good;
+}
+
 }  // namespace
 
 int runWatch(CommandContext& context)
@@ -94,13 +111,14 @@ int runWatch(CommandContext& context)
     const bool forever = options.durationSeconds <= 0;
     const auto end = std::chrono::steady_clock::now() + milliseconds(options.durationSeconds);
     const auto interval = milliseconds(options.intervalSeconds);
+    std::vector<ElementStatus> elements;
     for (;;) {
         const auto left = end - std::chrono::steady_clock::now();
         const bool last = !forever && left <= interval;
         const bool uninterrupted =
             sleepUnlessInterrupted(last ? std::chrono::ceil<std::chrono::milliseconds>(left) : interval);
         const LinkFigures link = session.figures();
-        const std::vector<ElementStatus> elements = session.elements();
+        elements = session.elements();
         if (screen) {
             std::vector<std::string> lines = liveTable(elements, link, title);
             for (const std::string& event : events.recent())
@@ -114,7 +132,7 @@ int runWatch(CommandContext& context)
             break;
     }
     session.stop();
-    return kExitOk;
+    return allShownGood(variables, elements) ? kExitOk : kExitFailed;
 }
 
 }  // namespace logohost

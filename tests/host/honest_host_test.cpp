@@ -99,7 +99,8 @@ TEST_F(HonestHost, ADeadLinkEndsAReadAtOnce)
 
 // A watch asks for one pass per scan period at most, and a controller that
 // answers every frame with an exception is not asked thousands of times a
-// second. Counts, not times: a slow machine only asks less.
+// second. Counts, not times: a slow machine only asks less. Its exit status
+// agrees with its last line.
 TEST_F(HonestHost, WatchIsPoliteToTheController)
 {
     const struct {
@@ -107,9 +108,10 @@ TEST_F(HonestHost, WatchIsPoliteToTheController)
         std::vector<FaultSpec> faults;
         const char* period;
         uint64_t most;
+        int code;
     } rows[] = {
-        {"default period: two requests a pass, a pass each 0.4 s for 2 s", {}, "", 2 * (5 + 3)},
-        {"exceptions, as fast as the link goes", {FaultSpec{FaultKind::Exception}}, "0", 400},
+        {"default period: two requests a pass, a pass each 0.4 s for 2 s", {}, "", 2 * (5 + 3), 0},
+        {"exceptions, as fast as the link goes", {FaultSpec{FaultKind::Exception}}, "0", 400, 1},
     };
     for (const auto& row : rows) {
         SCOPED_TRACE(row.name);
@@ -118,7 +120,11 @@ TEST_F(HonestHost, WatchIsPoliteToTheController)
         if (*row.period)
             args.insert(args.end(), {"--scan-period", row.period});
         const Exit watch = host(args);
-        EXPECT_EQ(watch.code, 0) << watch.err;
+        EXPECT_EQ(watch.code, row.code) << watch.err;
+        for (const char* var : {"VW0", "AI1"}) {
+            const bool named = watch.err.find(std::string(var) + ": ") != std::string::npos;
+            EXPECT_EQ(named, row.code != 0) << watch.err;
+        }
         EXPECT_GT(sim_->stats().requests, 0u);
         EXPECT_LE(sim_->stats().requests, row.most);
     }

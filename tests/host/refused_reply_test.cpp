@@ -172,7 +172,10 @@ TEST(RefusedReplies, ACorrectPeerIsReadAndWatchCountsRefusals)
     WrongReplyPeer wrongUnit([](std::string* r) { (*r)[6] = 7; });
     const Exit watch = runHost({"--plc", wrongUnit.plc(), "--driver", kDriver, "--timeout", "0.2", "--retries", "0",
                                 "watch", "VW0", "--format", "csv", "--interval", "0.2", "--duration", "1"});
-    EXPECT_EQ(0, watch.code) << watch.err;
+    EXPECT_EQ(1, watch.code) << watch.err;
+    EXPECT_NE(watch.err.find("VW0: refused: reply from unit 7 to a request for unit 1, when the watch ended"),
+              std::string::npos)
+        << watch.err;
     const std::vector<Values> rows = csvRows(watch);
     ASSERT_FALSE(rows.empty()) << watch.out;
     EXPECT_EQ("refused: reply from unit 7 to a request for unit 1", rows.back().at("VW0"));
