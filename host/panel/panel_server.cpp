@@ -8,6 +8,8 @@
 #include <cerrno>
 #include <cstring>
 #include <limits>
+#include <mutex>
+#include <thread>
 
 #include <httplib.h>
 
@@ -32,6 +34,9 @@ struct PanelServer::Context {
     const ServerSettings settings;
     std::atomic<size_t> streams{0};
     std::atomic<bool> stopping{false};
+    std::mutex runMutex{};  // orders run()'s start against stop()
+    bool runStarted = false;
+    std::atomic<bool> runEnded{false};
     int port = 0;
     int listenSocket = -1;  // the last socket httplib set up, the one it bound
 };
@@ -505,13 +510,34 @@ std::string PanelServer::url() const
     return url;
 }
 
-void PanelServer::run() { server_->listen_after_bind(); }
+// httplib's stop() does nothing before its accept loop runs, and a loop
+// that starts after it waits for connections for ever: a Ctrl-C right
+// after start left the panel hanging. So run() does not listen once stop()
+// has come, and stop() waits out the instant between run()'s start and
+// httplib's loop.
+void PanelServer::run()
+{
+    {
+        const std::lock_guard<std::mutex> lock(context_->runMutex);
+        if (context_->stopping.load())
+            return;
+        context_->runStarted = true;
+    }
+    server_->listen_after_bind();
+    context_->runEnded.store(true);
+}
 
 void PanelServer::stop()
 {
-    context_->stopping.store(true);
-    if (server_->is_running())
-        server_->stop();
+    {
+        const std::lock_guard<std::mutex> lock(context_->runMutex);
+        context_->stopping.store(true);
+        if (!context_->runStarted)
+            return;
+    }
+    while (!server_->is_running() && !context_->runEnded.load())
+        std::this_thread::sleep_for(std::chrono::milliseconds(1));
+    server_->stop();
 }
 
 void PanelServer::route()

@@ -94,6 +94,24 @@ inline std::vector<Values> csvRows(const Exit& run)
     return rows;
 }
 
+// A watch's exit status agrees with its last `--format csv` row: 0 when
+// every value in it was current, else 1, with each variable that was not
+// named on standard error. The columns are variables of one element each.
+inline void expectWatchVerdict(const Exit& watch, const std::vector<std::string>& columns)
+{
+    const std::vector<Values> rows = csvRows(watch);
+    ASSERT_FALSE(rows.empty()) << watch.out << watch.err;
+    bool all = true;
+    for (const std::string& column : columns) {
+        const std::string& field = rows.back().at(column);
+        const bool value = !field.empty() && field.find_first_not_of("-0123456789") == std::string::npos;
+        all = all && value;
+        const bool named = watch.err.find("logohost: " + column + ": ") != std::string::npos;
+        EXPECT_EQ(named, !value) << column << ": " << field << "\n" << watch.err;
+    }
+    EXPECT_EQ(watch.code, all ? 0 : 1) << watch.out << watch.err;
+}
+
 // The values `read --format csv` printed; a row with an error has none.
 inline Values readValues(const Exit& run)
 {

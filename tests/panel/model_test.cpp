@@ -8,13 +8,17 @@
 #include <algorithm>
 #include <atomic>
 #include <cmath>
+#include <future>
 #include <map>
 #include <mutex>
 #include <thread>
 
+#include "host/alarms/alarm_board.h"
 #include "host/binding/pass_meter.h"
+#include "host/history/history_store.h"
 #include "host/model/operator_actions.h"
 #include "host/notation/return_codes.h"
+#include "host/panel/panel_server.h"
 #include "host/panel/panel_views.h"
 
 namespace {
@@ -662,4 +666,25 @@ TEST(PassMeter, APassIsTheLinksWorkForEveryRequestOnceWhereverThePeriodCutsTheLi
         EXPECT_NEAR(figures.cycleSeconds * 1000, c.cycleMs, 1e-6);
     }
 }
+
+// Ctrl-C may come before the server's thread has begun to listen: run()
+// must then return at once, not wait for connections for ever.
+TEST_F(ModelTest, APanelServerStoppedBeforeItRunsDoesNotListen)
+{
+    HistoryStore history(HistorySettings{});  // never opened: in memory
+    AlarmBoard alarms(model(), nullptr);
+    ServerSettings settings;
+    settings.port = 0;
+    settings.streamLimit = settings.requestThreads = 1;
+    PanelServer server(model(), actions(), alarms, history, settings);
+    std::string error;
+    ASSERT_TRUE(server.bind(&error)) << error;
+    server.stop();
+    auto run = std::async(std::launch::async, [&server] { server.run(); });
+    const bool returned = run.wait_for(std::chrono::seconds(30)) == std::future_status::ready;
+    EXPECT_TRUE(returned) << "run() listened after stop()";
+    if (!returned)
+        server.stop();  // the loop runs now, and this ends it
+}
+
 }  // namespace
