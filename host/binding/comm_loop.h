@@ -70,6 +70,8 @@ public:
     CommLoop& operator=(const CommLoop&) = delete;
 
     void start();
+    // No frame goes out once this returns; stop() also waits for the thread.
+    void requestStop() { stop_.store(true); }
     void stop();
     size_t controllers() const { return counters_.size(); }
     const ControllerCounters& counters(size_t controller) const { return *counters_.at(controller); }

@@ -123,6 +123,10 @@ void Session::stop()
     stopping_.store(true);
     if (probe_)
         probe_->stop();
+    // The loop learns it is stopping before the pacer lets it go, or it would
+    // send frames unpaced until it is joined: a burst of a hundred on a busy
+    // machine, at every exit.
+    loop_->requestStop();
     pacer_.release();
     {
         const std::lock_guard<std::mutex> lock(changeMutex_);
